@@ -1,0 +1,536 @@
+#include "Platform/State/Notifier.h"
+
+#include "Platform/State/test/StateFixture.h"
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <vector>
+
+namespace Vela {
+namespace {
+
+class NotifierTest : public StateFixture {
+  protected:
+    /// A reaction that adds `name` to `calls` and then does `what`.
+    template <std::invocable What>
+    Reaction reactWith(char name, What what, const Entity* owner = nullptr) {
+        return notifier->react(owner, [this, name, what] {
+            calls += name;
+            what();
+        });
+    }
+    Reaction reactWith(char name, const Entity* owner = nullptr) {
+        return reactWith(
+            name, [] {}, owner);
+    }
+    std::string callsOf(Notifier& changed) {
+        calls.clear();
+        changed.notify();
+        return calls;
+    }
+    std::string notify() { return callsOf(*notifier); }
+
+    std::unique_ptr<Notifier> notifier = std::make_unique<Notifier>();
+    std::string calls;
+};
+
+static_assert(!std::is_copy_constructible_v<Reaction> && !std::is_copy_assignable_v<Reaction>);
+static_assert(std::is_nothrow_move_constructible_v<Reaction>);
+static_assert(std::is_nothrow_move_assignable_v<Reaction>);
+
+TEST_F(NotifierTest, ReactionsAreCalledAtOnceInTheOrderOfRegistration) {
+    EXPECT_FALSE(notifier->observed());
+    EXPECT_EQ(notify(), "");
+    // The handles are declared against the order of registration, which is what counts.
+    Reaction c, b, a;
+    a = reactWith('a');
+    b = reactWith('b');
+    c = reactWith('c');
+    EXPECT_TRUE(notifier->observed());
+    EXPECT_EQ(notify(), "abc");
+    EXPECT_EQ(notify(), "abc");
+}
+
+TEST_F(NotifierTest, AReadOnlyViewCanBeObserved) {
+    const Notifier& view = *notifier;
+    int called = 0;
+    Reaction reaction = view.react(nullptr, [&] { ++called; });
+    notifier->notify();
+    EXPECT_EQ(called, 1);
+}
+
+TEST_F(NotifierTest, RemovingByClearingDestroyingOrReplacingTheHandle) {
+    Reaction a = reactWith('a');
+    auto b = std::make_unique<Reaction>(reactWith('b'));
+    Reaction c = reactWith('c');
+    EXPECT_TRUE(a);
+    a.clear();
+    EXPECT_FALSE(a);
+    EXPECT_EQ(notify(), "bc");
+    b.reset();
+    EXPECT_EQ(notify(), "c");
+    c = reactWith('d');
+    EXPECT_EQ(notify(), "d");
+    c = Reaction();
+    EXPECT_FALSE(notifier->observed());
+    EXPECT_EQ(notify(), "");
+    a.clear();
+    EXPECT_FALSE(a);
+}
+
+TEST_F(NotifierTest, AMovedHandleKeepsTheReactionInItsPlace) {
+    Reaction a = reactWith('a');
+    Reaction b = reactWith('b');
+    Reaction moved = std::move(a);
+    EXPECT_TRUE(moved);
+    a.clear(); // moved from: nothing to remove
+    EXPECT_EQ(notify(), "ab");
+    Reaction& same = moved;
+    moved = std::move(same);
+    EXPECT_EQ(notify(), "ab");
+}
+
+TEST_F(NotifierTest, AnyReactionMayRemoveAnyOther) {
+    constexpr size_t count = 4;
+    for (size_t remover = 0; remover < count; ++remover) {
+        for (size_t removed = 0; removed < count; ++removed) {
+            std::array<Reaction, count> reactions;
+            std::string expectedNow;
+            std::string expectedLater;
+            for (size_t i = 0; i < count; ++i) {
+                char name = static_cast<char>('a' + i);
+                reactions[i] = reactWith(name, [&reactions, i, remover, removed] {
+                    if (i == remover) {
+                        reactions[removed].clear();
+                    }
+                });
+                expectedNow += i == removed && removed > remover ? "" : std::string(1, name);
+                expectedLater += i == removed ? "" : std::string(1, name);
+            }
+            EXPECT_EQ(notify(), expectedNow) << remover << " removes " << removed;
+            EXPECT_EQ(notify(), expectedLater) << remover << " removed " << removed;
+        }
+    }
+}
+
+TEST_F(NotifierTest, AReactionMayRemoveAllOrAllThatFollow) {
+    std::array<Reaction, 4> reactions;
+    auto removeFrom = [&reactions](size_t from) {
+        return [&reactions, from] {
+            std::for_each(reactions.begin() + static_cast<ptrdiff_t>(from), reactions.end(),
+                          [](Reaction& reaction) { reaction.clear(); });
+        };
+    };
+    reactions[0] = reactWith('a');
+    reactions[1] = reactWith('b', removeFrom(2));
+    reactions[2] = reactWith('c');
+    reactions[3] = reactWith('d');
+    EXPECT_EQ(notify(), "ab");
+
+    reactions[1] = reactWith('e', removeFrom(0));
+    reactions[2] = reactWith('f');
+    EXPECT_EQ(notify(), "ae");
+    EXPECT_FALSE(notifier->observed());
+}
+
+TEST_F(NotifierTest, OfTwoThatRemoveEachOtherTheFirstStays) {
+    Reaction a;
+    Reaction b;
+    a = reactWith('a', [&] { b.clear(); });
+    b = reactWith('b', [&] { a.clear(); });
+    EXPECT_EQ(notify(), "a");
+    EXPECT_TRUE(a);
+    EXPECT_FALSE(b);
+}
+
+TEST_F(NotifierTest, OneAddedDuringADispatchFirstSeesTheNextChange) {
+    std::vector<Reaction> added;
+    Reaction a = reactWith('a', [&] { added.push_back(reactWith('n')); });
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "ab");
+    EXPECT_EQ(notify(), "abn");
+    EXPECT_EQ(notify(), "abnn");
+}
+
+TEST_F(NotifierTest, OneAddedByTheLastOfADispatchWaitsAsWell) {
+    std::optional<Reaction> added;
+    Reaction a = reactWith('a', [&] {
+        if (!added) {
+            added = reactWith('n');
+        }
+    });
+    EXPECT_EQ(notify(), "a");
+    EXPECT_EQ(notify(), "an");
+}
+
+TEST_F(NotifierTest, AReactionThatReplacesItselfOrAnotherIsNotCalledTwice) {
+    Reaction a;
+    Reaction b;
+    bool first = true;
+    a = reactWith('a', [&] {
+        if (std::exchange(first, false)) {
+            b = reactWith('B');
+            a = reactWith('A');
+        }
+    });
+    b = reactWith('b');
+    EXPECT_EQ(notify(), "a");
+    EXPECT_EQ(notify(), "BA");
+}
+
+TEST_F(NotifierTest, OneAddedAfterAllWereRemovedWaitsAsWell) {
+    Reaction a;
+    Reaction b;
+    a = reactWith('a', [&] {
+        b.clear();
+        a.clear();
+        b = reactWith('n');
+    });
+    b = reactWith('b');
+    EXPECT_EQ(notify(), "a");
+    EXPECT_EQ(notify(), "n");
+}
+
+TEST_F(NotifierTest, ANestedChangeIsTheNextChangeForOneAddedBefore) {
+    Reaction added;
+    bool first = true;
+    Reaction a = reactWith('a', [&] {
+        if (std::exchange(first, false)) {
+            added = reactWith('n');
+            notifier->notify();
+        }
+    });
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "aabnb");
+    EXPECT_EQ(notify(), "abn");
+}
+
+TEST_F(NotifierTest, HandlesMayMoveDuringADispatch) {
+    std::vector<Reaction> handles;
+    handles.reserve(1);
+    handles.push_back(reactWith('a', [&] {
+        handles.reserve(handles.capacity() + 100); // moves all, the running one included
+    }));
+    handles.push_back(reactWith('b', [&] { std::reverse(handles.begin(), handles.end()); }));
+    handles.push_back(reactWith('c'));
+    EXPECT_EQ(notify(), "abc");
+    EXPECT_EQ(notify(), "abc");
+    handles.erase(handles.begin()); // reversed twice
+    EXPECT_EQ(notify(), "bc");
+}
+
+TEST_F(NotifierTest, AMovedHandleStillRemovesDuringADispatch) {
+    Reaction b;
+    Reaction elsewhere;
+    Reaction a = reactWith('a', [&] {
+        elsewhere = std::move(b);
+        elsewhere.clear();
+    });
+    b = reactWith('b');
+    EXPECT_EQ(notify(), "a");
+}
+
+TEST_F(NotifierTest, ANestedDispatchTellsAllBeforeTheOuterGoesOn) {
+    int depth = 0;
+    Reaction a = reactWith('a');
+    Reaction b = reactWith('b', [&] {
+        if (depth < 2) {
+            ++depth;
+            notifier->notify();
+        }
+    });
+    Reaction c = reactWith('c');
+    EXPECT_EQ(notify(), "ababab"
+                        "ccc");
+}
+
+TEST_F(NotifierTest, WhatANestedDispatchRemovesTheOuterDoesNotCall) {
+    Reaction a, b, c, d;
+    int depth = 0;
+    a = reactWith('a', [&] {
+        if (++depth == 1) {
+            notifier->notify();
+        }
+    });
+    b = reactWith('b', [&] {
+        b.clear();
+        c.clear();
+    });
+    c = reactWith('c');
+    d = reactWith('d');
+    EXPECT_EQ(notify(), "aabdd");
+}
+
+TEST_F(NotifierTest, AReactionMayRemoveItselfWhileItRunsTwice) {
+    auto captured = std::make_shared<int>(7);
+    Reaction a;
+    int depth = 0;
+    a = notifier->react(nullptr, [&, captured] {
+        if (++depth == 1) {
+            notifier->notify();
+            a.clear(); // again
+        } else {
+            a.clear();
+        }
+        calls += std::to_string(*captured); // the callable outlasts its removal
+    });
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "7b7b");
+    EXPECT_EQ(captured.use_count(), 1);
+}
+
+TEST_F(NotifierTest, ACallableIsFreedWithItsHandleOrWhenItReturns) {
+    auto captured = std::make_shared<int>();
+    Reaction idle = notifier->react(nullptr, [captured] {});
+    EXPECT_EQ(captured.use_count(), 2);
+    idle.clear();
+    EXPECT_EQ(captured.use_count(), 1);
+
+    Reaction running;
+    running = notifier->react(nullptr, [&running, &captured, captured2 = captured] {
+        running.clear();
+        EXPECT_EQ(captured.use_count(), 2);
+    });
+    notifier->notify();
+    EXPECT_EQ(captured.use_count(), 1);
+}
+
+TEST_F(NotifierTest, HandlesMayOutliveTheNotifier) {
+    Reaction a = reactWith('a');
+    Reaction b = reactWith('b');
+    notifier.reset();
+    EXPECT_FALSE(a);
+    Reaction moved = std::move(b);
+    EXPECT_FALSE(moved);
+    moved.clear();
+}
+
+TEST_F(NotifierTest, TheNotifierMayBeDestroyedDuringItsDispatch) {
+    for (int when = 0; when < 3; ++when) {
+        notifier = std::make_unique<Notifier>();
+        std::array<Reaction, 3> reactions;
+        for (int i = 0; i < 3; ++i) {
+            reactions[static_cast<size_t>(i)] =
+                reactWith(static_cast<char>('a' + i), [this, when, i] {
+                    if (i == when) {
+                        notifier.reset();
+                    }
+                });
+        }
+        Notifier& observed = *notifier;
+        EXPECT_EQ(callsOf(observed), std::string("abc").substr(0, static_cast<size_t>(when) + 1));
+        EXPECT_FALSE(reactions[0] || reactions[1] || reactions[2]);
+    }
+}
+
+TEST_F(NotifierTest, TheNotifierMayBeDestroyedInANestedDispatchByAReactionThatDiesWithIt) {
+    Reaction a, b;
+    int depth = 0;
+    a = reactWith('a', [&] {
+        if (++depth < 3) {
+            notifier->notify();
+        } else {
+            b.clear();
+            notifier.reset();
+            a.clear();
+        }
+    });
+    b = reactWith('b');
+    Notifier& observed = *notifier;
+    EXPECT_EQ(callsOf(observed), "aaa");
+}
+
+TEST_F(NotifierTest, OneNotifierMayBeReplacedByAnotherDuringItsDispatch) {
+    Reaction a, b;
+    a = reactWith('a', [&] {
+        notifier = std::make_unique<Notifier>();
+        b = reactWith('B');
+    });
+    b = reactWith('b');
+    Notifier& observed = *notifier;
+    EXPECT_EQ(callsOf(observed), "a");
+    EXPECT_EQ(notify(), "B");
+}
+
+TEST_F(NotifierTest, ADestroyedOwnerIsSkippedThoughItsMemoryAndHandleRemain) {
+    auto owner = make<Thing>();
+    owner->reaction = reactWith('o', owner.get());
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "ob");
+    owner->destroy();
+    EXPECT_EQ(notify(), "b");
+}
+
+TEST_F(NotifierTest, AnInactiveOwnerIsSkippedAndSeesTheNextChangeOnceActive) {
+    auto owner = make<Thing>();
+    owner->reaction = reactWith('o', owner.get());
+    owner->hasNotificationActiveIs(false);
+    EXPECT_EQ(notify(), "");
+    calls.clear();
+    owner->hasNotificationActiveIs(true);
+    EXPECT_EQ(calls, "");
+    EXPECT_EQ(notify(), "o");
+}
+
+TEST_F(NotifierTest, WhetherAnOwnerReactsIsAskedWhenItsTurnComes) {
+    auto owner = make<Thing>();
+    bool active = false;
+    Reaction a = reactWith('a', [&] { owner->hasNotificationActiveIs(active); });
+    owner->reaction = reactWith('o', owner.get());
+    EXPECT_EQ(notify(), "a");
+    active = true;
+    EXPECT_EQ(notify(), "ao");
+    Reaction d = reactWith('d', [&] { owner->destroy(); });
+    EXPECT_EQ(notify(), "aod");
+    EXPECT_EQ(notify(), "ad");
+}
+
+TEST_F(NotifierTest, AnOwnerDestroyedByAnEarlierReactionIsNotCalled) {
+    auto owner = make<Thing>();
+    Reaction a = reactWith('a', [&] { owner->destroy(); });
+    owner->reaction = reactWith('o', owner.get());
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "ab");
+}
+
+TEST_F(NotifierTest, AnOwnerFreedByAnEarlierReactionIsNotCalled) {
+    auto owner = make<Thing>();
+    Reaction a = reactWith('a', [&] { owner.reset(); });
+    owner->reaction = reactWith('o', owner.get());
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "ab");
+    EXPECT_EQ(notify(), "ab");
+}
+
+TEST_F(NotifierTest, AnOwnerMayBeDestroyedByItsOwnReaction) {
+    auto owner = make<Thing>();
+    owner->reaction = reactWith(
+        'o', [&] { owner->destroy(); }, owner.get());
+    Reaction b = reactWith('b');
+    EXPECT_EQ(notify(), "ob");
+    EXPECT_EQ(notify(), "b");
+}
+
+TEST_F(NotifierTest, AnOwnerFreedByItsOwnReactionLastsUntilThatReturns) {
+    auto owner = make<Thing>("owner");
+    Thing* raw = owner.get();
+    owner->reaction = reactWith(
+        'o',
+        [this, &owner, raw] {
+            owner.reset();
+            EXPECT_EQ(Entity::liveCount(), 1u);
+            EXPECT_FALSE(raw->destroyed()); // the dispatch holds it
+            raw->level.set(7);
+        },
+        raw);
+    Reaction b = reactWith('b', [] { EXPECT_EQ(Entity::liveCount(), 0u); });
+    EXPECT_EQ(notify(), "ob");
+    EXPECT_EQ(notify(), "b");
+}
+
+TEST_F(NotifierTest, AnOwnerFreedInANestedDispatchLastsUntilTheOuterReactionReturns) {
+    auto owner = make<Thing>();
+    Thing* raw = owner.get();
+    int depth = 0;
+    owner->reaction = reactWith(
+        'o',
+        [&, raw] {
+            if (++depth == 1) {
+                notifier->notify();
+            } else {
+                owner.reset();
+            }
+            EXPECT_FALSE(raw->destroyed());
+        },
+        raw);
+    EXPECT_EQ(notify(), "oo");
+    EXPECT_EQ(Entity::liveCount(), 0u);
+    EXPECT_FALSE(notifier->observed());
+}
+
+/// Observes something from its constructor on, when nobody holds it yet.
+class Early : public Entity {
+  public:
+    explicit Early(Notifier& notifier) : reaction_(notifier.react(this, [this] { ++called; })) {
+        notifier.notify();
+    }
+    const char* typeName() const noexcept override { return "Early"; }
+    int called = 0;
+
+  private:
+    Reaction reaction_;
+};
+
+TEST_F(NotifierTest, AnOwnerMayBeCalledWhileItIsConstructed) {
+    auto early = make<Early>(*notifier);
+    EXPECT_EQ(early->called, 1);
+    EXPECT_FALSE(early->destroyed());
+    notifier->notify();
+    EXPECT_EQ(early->called, 2);
+}
+
+TEST_F(NotifierTest, ObserverAndObservedMayDieTogetherInEitherOrder) {
+    for (bool observerFirst : {true, false}) {
+        for (bool freed : {true, false}) {
+            auto observed = make<Thing>("observed");
+            auto observer = make<Thing>("observer");
+            auto end = [freed](Ptr<Thing>& thing) {
+                thing->destroy();
+                if (freed) {
+                    thing.reset();
+                }
+            };
+            observer->reaction = observed->level.react(observer.get(), [&] {
+                calls += 'o';
+                end(observerFirst ? observer : observed);
+                end(observerFirst ? observed : observer);
+            });
+            Reaction b = observed->level.react(nullptr, [&] { calls += 'b'; });
+            calls.clear();
+            observed->level.set(1);
+            EXPECT_EQ(calls, freed ? "o" : "ob") << observerFirst;
+            EXPECT_EQ(static_cast<bool>(b), !freed);
+        }
+    }
+}
+
+TEST_F(NotifierTest, AKeyNotifierTellsTheKey) {
+    KeyNotifier<std::string> keyNotifier;
+    EXPECT_FALSE(keyNotifier.observed());
+    std::vector<std::string> seen;
+    Reaction a = keyNotifier.react(nullptr, [&](const std::string& key) { seen.push_back(key); });
+    Reaction b = keyNotifier.react(nullptr, [&](std::string key) { seen.push_back(key + "!"); });
+    keyNotifier.notify("x");
+    keyNotifier.notify("y");
+    EXPECT_EQ(seen, (std::vector<std::string>{"x", "x!", "y", "y!"}));
+}
+
+TEST_F(NotifierTest, AKeyNotifierKeepsToTheSameContract) {
+    auto keyNotifier = std::make_unique<KeyNotifier<int>>();
+    KeyNotifier<int>& observed = *keyNotifier;
+    std::vector<std::pair<char, int>> seen;
+    Reaction a, b, c, added;
+    a = observed.react(nullptr, [&](int key) {
+        seen.emplace_back('a', key);
+        if (key == 1) {
+            b.clear();
+            added = observed.react(nullptr, [&](int later) { seen.emplace_back('n', later); });
+            observed.notify(2);
+        } else if (key == 3) {
+            keyNotifier.reset();
+        }
+    });
+    b = observed.react(nullptr, [&](int key) { seen.emplace_back('b', key); });
+    c = observed.react(nullptr, [&](int key) { seen.emplace_back('c', key); });
+    observed.notify(1);
+    observed.notify(3);
+    EXPECT_EQ(seen, (std::vector<std::pair<char, int>>{
+                        {'a', 1}, {'a', 2}, {'c', 2}, {'n', 2}, {'c', 1}, {'a', 3}}));
+}
+
+} // namespace
+} // namespace Vela
