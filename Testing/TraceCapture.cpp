@@ -1,0 +1,25 @@
+#include "Testing/TraceCapture.h"
+
+#include <utility>
+
+namespace Testing {
+
+TraceCapture::TraceCapture(std::string_view settings) {
+    Vela::traceLevelsIs(settings);
+    previous_ = Vela::traceSinkIs([this](std::string_view line) { text_ += line; });
+}
+
+TraceCapture::~TraceCapture() {
+    Vela::traceSinkIs(std::move(previous_));
+    Vela::traceLevelsIs("");
+}
+
+size_t TraceCapture::count(std::string_view piece) const {
+    size_t found = 0;
+    for (size_t at = text_.find(piece); at != text_.npos; at = text_.find(piece, at + 1)) {
+        ++found;
+    }
+    return found;
+}
+
+} // namespace Testing
