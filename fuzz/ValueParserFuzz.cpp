@@ -4,6 +4,7 @@
 // An input without a line feed is a value form and is tried as each type. One with a line feed is a
 // list of operations, a letter each, and below it the text that they read.
 
+#include "ArpSuppression/ArpSuppression.h"
 #include "Platform/Base/Assert.h"
 #include "Platform/Base/Errors.h"
 #include "Platform/Base/Strep.h"
@@ -52,11 +53,18 @@ void readAs(std::string_view text) {
 
 /// Every value type stands here.
 constexpr void (*valueTypes[])(std::string_view) = {
-    readAs<Bridging::VlanId>,   readAs<Bridging::VlanIdOrNone>,
-    readAs<Bridging::VlanTag>,  readAs<Vrf::VrfId>,
-    readAs<Zinc::EthAddr>,      readAs<Zinc::IpGenAddr>,
-    readAs<Zinc::IntfId>,       readAs<ArpSuppression::RemoteBindingKey>,
+    readAs<Bridging::VlanId>,
+    readAs<Bridging::VlanIdOrNone>,
+    readAs<Bridging::VlanTag>,
+    readAs<Vrf::VrfId>,
+    readAs<Zinc::EthAddr>,
+    readAs<Zinc::IpGenAddr>,
+    readAs<Zinc::IntfId>,
+    readAs<ArpSuppression::RemoteBindingKey>,
     readAs<Arp::Table::ArpKey>,
+    readAs<ArpSuppression::VrfIpAddress>,
+    readAs<ArpSuppression::VlanIdMacAddress>,
+    readAs<ArpSuppression::ArpInputConfigBookmark>,
 };
 
 /// Performs one operation and returns the text of what it read. `firstField` follows the parser:
