@@ -170,7 +170,8 @@ void VlanL3InfoStatus::vrfInfoDelAll() {
 
 void VlanL3InfoStatus::removeIfUnused(const Vela::Ptr<VrfInfo>& vrfInfo) {
     bool used = vrfInfo->user_.count() > 0 || vrfInfo->interfaceWatch_.count() > 0;
-    if (used || vrfInfo->awaitsWatch_ || this->vrfInfo(vrfInfo->vrfName()) != vrfInfo) {
+    if (used || vrfInfo->awaitsWatch_ || vrfInfo->arrivingWatches_ > 0 ||
+        this->vrfInfo(vrfInfo->vrfName()) != vrfInfo) {
         return;
     }
     Vela::Ptr<VrfInfo> unused = vrfInfo;
@@ -185,6 +186,7 @@ void VlanL3InfoStatus::addVrfUser(const Vela::Ptr<VrfUser>& user) {
 
 void VlanL3InfoStatus::delVrfUser(const Vela::Ptr<VrfUser>& user) {
     Vela::assertThat(user->vrfInfo() != nullptr, "__null != vrfInfo");
+    Vela::Ptr<VlanL3InfoStatus> keep(this); // a reaction may drop the last reference
     Vela::Ptr<VrfInfo> vrfInfo = user->vrfInfo();
     vrfInfo->userDel(user);
     removeIfUnused(vrfInfo);
@@ -194,16 +196,19 @@ void VlanL3InfoStatus::addVrfInterfaceWatch(const Vela::Ptr<VrfInterfaceWatch>& 
     Vela::assertThat(nullptr == vrfInterfaceWatch(watch->intfName()),
                      "nullptr == vrfInterfaceWatch( watch->intfName() )");
     Vela::assertThat(watch->vrfInfo() != nullptr, "__null != vrfInfo");
+    Vela::Ptr<VlanL3InfoStatus> keep(this);
     Vela::Ptr<VrfInterfaceWatch> added = watch;
-    added->vrfInfo()->awaitsWatch_ = true; // outlasts what reactions do until it has the watch
+    added->vrfInfo()->awaitsWatch_ = false; // unless a reaction asks for the VRF again
+    ++added->vrfInfo()->arrivingWatches_;
     vrfInterfaceWatch_.set(added->intfName(), added);
-    added->vrfInfo()->awaitsWatch_ = false;
+    --added->vrfInfo()->arrivingWatches_;
     updateVrfOf(added);
 }
 
 void VlanL3InfoStatus::delVrfInterfaceWatch(const Vela::Ptr<VrfInterfaceWatch>& watch) {
     Vela::assertThat(watch == vrfInterfaceWatch(watch->intfName()),
                      "watch == vrfInterfaceWatch( watch->intfName() )");
+    Vela::Ptr<VlanL3InfoStatus> keep(this);
     Vela::Ptr<VrfInterfaceWatch> removed = watch;
     vrfInterfaceWatch_.del(removed->intfName());
     updateVrfOf(removed);
@@ -221,6 +226,7 @@ void VlanL3InfoStatus::updateVrfOf(const Vela::Ptr<VrfInterfaceWatch>& watch) {
 }
 
 void VlanL3InfoStatus::vrfInterfaceWatchDelAll() {
+    Vela::Ptr<VlanL3InfoStatus> keep(this);
     for (auto watch = vrfInterfaceWatch_.first(); watch; ++watch) {
         delVrfInterfaceWatch(watch.value());
     }
@@ -237,6 +243,11 @@ VlanL3InfoStatus::findOrCreateVrfInterfaceWatch(const std::string& intfName,
     Vela::assertThat(watch->vrfInfo()->vrfName() == vrfName.bytes(),
                      "watch->vrfInfo()->vrfName() == vrfName");
     return watch;
+}
+
+VlanL3InfoStatus::~VlanL3InfoStatus() {
+    // What was registered after the end of the status.
+    vrfInfoDelAll();
 }
 
 void VlanL3InfoStatus::handleDestroy() noexcept {

@@ -45,6 +45,7 @@ class VrfInfo final : public Vela::Referable {
 
     /// Name of the VRF's kernel network namespace; empty while unknown.
     const std::string& netNs() const { return netNs_; }
+    /// Announces nothing, like netlinkSocketIs: what depends on it is told of the watches' indexes.
     void netNsIs(std::string netNs) { netNs_ = std::move(netNs); }
 
     /// A netlink socket in that namespace, owned by who opened it; 0 for none.
@@ -54,6 +55,7 @@ class VrfInfo final : public Vela::Referable {
     /// Whether the VRF has a namespace and a netlink socket in it; traces what is missing.
     bool usable() const;
 
+    /// The collections announce the key of an entry that is added, changed or removed.
     const UserCollection& userCollection() const { return user_; }
     void userIs(const Vela::Ptr<VrfUser>& user, bool flag);
     void userDel(const Vela::Ptr<VrfUser>& user) { user_.del(user); }
@@ -80,7 +82,8 @@ class VrfInfo final : public Vela::Referable {
     uint32_t netlinkSocket_ = 0;
     UserCollection user_;
     InterfaceWatchCollection interfaceWatch_;
-    bool awaitsWatch_ = true; // asked for to carry a watch that is not registered yet
+    bool awaitsWatch_ = true;      // asked for to carry a watch that is not registered yet
+    uint32_t arrivingWatches_ = 0; // registered, but not in interfaceWatch_ yet
 };
 
 /// Anything that uses a VRF. A registered user and its VrfInfo refer to each other until one of
@@ -167,7 +170,7 @@ class VlanL3Info final : public VrfInterfaceWatch {
 /// use, and the interfaces watched.
 ///
 /// A VrfInfo lives while it has a user or an interface watch and goes with the last of them; one
-/// that was asked for with `vrfInfoIs` stays until it has had the watch it was asked for. Users and
+/// that was asked for with `vrfInfoIs` stays until it has had a watch after that. Users and
 /// watches are registered here: what is filed in the VrfInfo alone does not end it when it goes.
 /// Reactions may call back: the model is consistent whenever one runs, but for a watch being added
 /// or removed, which the VrfInfo is told of last.
@@ -234,6 +237,7 @@ class VlanL3InfoStatus final : public Vela::Entity {
     }
 
   protected:
+    ~VlanL3InfoStatus() override;
     void handleDestroy() noexcept override;
 
   private:

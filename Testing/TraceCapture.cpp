@@ -1,11 +1,12 @@
 #include "Testing/TraceCapture.h"
 
+#include <gtest/gtest.h>
 #include <utility>
 
 namespace Testing {
 
 TraceCapture::TraceCapture(std::string_view settings) {
-    Vela::traceLevelsIs(settings);
+    EXPECT_TRUE(Vela::traceLevelsIs(settings).empty()) << "malformed: " << settings;
     previous_ = Vela::traceSinkIs([this](std::string_view line) { text_ += line; });
 }
 

@@ -116,6 +116,41 @@ TEST_F(VrfLifeTest, StaysUntilTheNextWatchWhenAskedForAgain) {
     EXPECT_FALSE(hasRed());
 }
 
+TEST_F(VrfLifeTest, StaysWhenAReactionToItsWatchAsksForItAgain) {
+    auto red = status_->vrfInfoIs("red");
+    auto watch = make<VrfInterfaceWatch>(red, "eth0");
+    auto reaction = status_->vrfInterfaceWatchCollection().react(
+        nullptr, [&](const std::string&) { status_->vrfInfoIs("red"); });
+    status_->addVrfInterfaceWatch(watch);
+    reaction.clear();
+    status_->delVrfInterfaceWatch(watch);
+    EXPECT_EQ(status_->vrfInfo("red"), red);
+    addVlan(vlan10_, "red");
+    removeVlan(vlan10_);
+    EXPECT_FALSE(hasRed());
+}
+
+TEST_F(VrfLifeTest, AReactionMayDropTheLastReferenceToTheStatus) {
+    auto last = make<VlanL3InfoStatus>();
+    auto* status = last.get();
+    auto watch = make<VrfInterfaceWatch>(last->vrfInfoIs("red"), "eth0");
+    auto reaction = last->vrfInterfaceWatchCollection().react(
+        nullptr, [&](const std::string&) { last.reset(); });
+    status->addVrfInterfaceWatch(watch);
+    EXPECT_EQ(last, nullptr);
+    EXPECT_EQ(watch->vrfInfo()->interfaceWatchCollection().count(), 0u);
+}
+
+TEST_F(VrfLifeTest, WhatIsRegisteredAfterTheEndOfTheStatusGoesWithIt) {
+    auto ended = make<VlanL3InfoStatus>();
+    ended->destroy();
+    auto red = ended->findOrCreateVrfInterfaceWatch("eth0", "red")->vrfInfo();
+    EXPECT_EQ(red->interfaceWatchCollection().count(), 1u);
+    ended.reset();
+    EXPECT_TRUE(red->destroyed());
+    EXPECT_EQ(red->interfaceWatchCollection().count(), 0u);
+}
+
 TEST_F(VrfLifeTest, IsANewObjectWhenItComesBack) {
     auto gone = addVlan(vlan10_, "red")->vrfInfo();
     gone->vrfIdIs(Vrf::VrfId(3));

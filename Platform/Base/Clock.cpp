@@ -12,7 +12,7 @@ MonotonicTime SystemClock::now() const noexcept {
 }
 
 MonotonicTime nanosecondsFromSeconds(double seconds) noexcept {
-    constexpr double longest = 9.0e9; // some 285 years: far from overflow, longer than any uptime
+    constexpr double longest = 4.0e9; // some 126 years: leaves as much again before an overflow
     double bounded = seconds > 0 ? (seconds < longest ? seconds : longest) : 0;
     return MonotonicTime(static_cast<int64_t>(std::ceil(bounded * 1e9)));
 }

@@ -60,13 +60,22 @@ bool TaskScheduler::wakeDelayed() {
     return woken;
 }
 
+// The one that runs is not among the ready ones.
+MonotonicTime TaskScheduler::budget() const {
+    size_t taking = 1;
+    for (const auto& [priority, tasks] : ready_) {
+        taking += tasks.size();
+    }
+    return std::min(settings_.sliceBudget, settings_.roundBudget / static_cast<int64_t>(taking));
+}
+
 void TaskScheduler::runSlice(Task& task) {
     if (task.owner_ && task.owner_->destroyed()) {
         return;
     }
     Ptr<const Entity> keepOwner(task.owner_);
     MonotonicTime start = clock_.now();
-    sliceEnd_ = start + settings_.sliceBudget;
+    sliceEnd_ = start + budget();
     SliceResult result;
     try {
         result = task.slice_();

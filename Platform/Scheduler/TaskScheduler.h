@@ -25,6 +25,8 @@ class TaskScheduler final : public Entity {
   public:
     struct Settings {
         MonotonicTime sliceBudget = std::chrono::milliseconds(1);
+        /// A slice of every ready task together: with many of them each gets less.
+        MonotonicTime roundBudget = std::chrono::milliseconds(9);
         /// Answers yes at every check: what survives that survives any scheduling.
         bool alwaysYield = false;
     };
@@ -66,6 +68,7 @@ class TaskScheduler final : public Entity {
     void delay(Task& task, MonotonicTime due);
     void forget(Task& task) noexcept;
 
+    MonotonicTime budget() const;
     bool wakeDelayed();
     void runSlice(Task& task);
     MonotonicTime waitFor(MonotonicTime longestWait) const;

@@ -139,7 +139,11 @@ void WalkSmBase::reactorsDel() noexcept {
     again_.reset();
     held_ = false;
     if (walking_) {
-        abortWalk();
+        try {
+            abortWalk();
+        } catch (const RangeError& error) {
+            caughtRangeError(error, this);
+        }
     }
 }
 

@@ -30,7 +30,9 @@ const char* toString(TraceEvent event);
 ///
 /// Asked for a walk while one is under way (between its slices or from within one), the base starts
 /// over at the next slice where `allowWalkRestarts`; otherwise another walk follows the current
-/// one. A request is never lost. Destruction ends a walk and cancels what is pending.
+/// one. A machine that allows restarts empties its bookmarks in `walkStartedNotification`, and may
+/// never finish while requests come faster than it walks. A request is never lost. Destruction ends
+/// a walk and cancels what is pending.
 class WalkSmBase : public Entity {
   public:
     /// Whether a run is pending.

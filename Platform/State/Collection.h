@@ -11,8 +11,9 @@
 namespace Vela {
 
 /// A keyed collection that announces the key of every entry that is added, replaced by a different
-/// value, or removed. What stands in a removed entry leaves the collection before the announcement
-/// and its life is the owner's business. A reaction may change or destroy the collection.
+/// value, or removed. Announcing copies the key and allocates nothing else. What stands in a
+/// removed entry leaves the collection before the announcement and its life is the owner's
+/// business. A reaction may change or destroy the collection.
 template <class Table>
 class Collection {
   public:

@@ -9,14 +9,16 @@
 
 namespace Vela {
 
-/// Collects one dump of the object tree. Each object is written once: met again, it is named with
-/// a marker, so that shared objects do not repeat and cycles end.
+/// Collects one dump of the object tree, which begins with child() of its root. Each object is
+/// written once: met again, it is named with a marker, so that shared objects do not repeat and
+/// cycles end.
 class DumpContext {
   public:
     /// Collects into text().
     DumpContext() = default;
     /// Writes to a descriptor that it does not own, in large pieces, the rest at flush() and at
-    /// the end. A reader that goes away ends the output, not the process; see failed().
+    /// the end. Waits for a slow reader; one that goes away ends the output (see failed()), and not
+    /// the process where that ignores SIGPIPE.
     explicit DumpContext(int fd) : fd_(fd) {}
     DumpContext(const DumpContext&) = delete;
     DumpContext& operator=(const DumpContext&) = delete;

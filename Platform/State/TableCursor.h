@@ -5,8 +5,9 @@
 
 namespace Vela {
 
-/// Stands at one entry of a table and steps through the table's order. Anything may happen to the
-/// table between two steps: the cursor goes on with the first entry beyond the key it stood at.
+/// Stands at one entry of a table and steps through the table's order. Anything but its end may
+/// happen to the table between two steps: the cursor goes on with the first entry beyond the key it
+/// stood at.
 /// An entry that stays in the table is met; one that is added behind the cursor is not.
 template <class Table>
 class TableCursor {

@@ -152,6 +152,30 @@ TEST_F(TaskSchedulerTest, ASliceMustYieldOnceItsBudgetIsUsed) {
     EXPECT_EQ(answers, "nnyy nnyy ");
 }
 
+TEST_F(TaskSchedulerTest, ManyReadyTasksShareTheBudgetOfARound) {
+    auto own = make<TaskScheduler>(clock(), TaskScheduler::Settings{.alwaysYield = false});
+    MonotonicTime used{0};
+    std::vector<Ptr<Task>> tasks;
+    for (int i = 0; i < 100; ++i) {
+        tasks.push_back(make<Task>(own, TaskPriority(i % 2), "t", nullptr, [&] {
+            for (; !own->mustYield(); clock().advance(10us)) {
+                used += 10us;
+            }
+            return SliceResult{false, 1};
+        }));
+        tasks.back()->schedule();
+    }
+    own->turn(0ns);
+    EXPECT_EQ(used, 90us);
+    while (tasks.back()->scheduled()) {
+        own->turn(0ns);
+    }
+    used = MonotonicTime(0);
+    tasks.back()->schedule();
+    own->turn(0ns);
+    EXPECT_EQ(used, 1ms) << "alone again, it has a whole budget";
+}
+
 TEST_F(TaskSchedulerTest, TheBudgetIsOneMillisecondUnlessSet) {
     EXPECT_EQ(TaskScheduler::Settings{}.sliceBudget, 1ms);
     EXPECT_FALSE(TaskScheduler::Settings{}.alwaysYield);

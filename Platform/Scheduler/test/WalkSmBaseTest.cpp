@@ -325,6 +325,17 @@ TEST_F(WalkSmBaseTest, DestroyedItLeavesTheSchedulerAndIgnoresRequests) {
     EXPECT_NE(dump.text().find("task #0"), dump.text().npos) << dump.text();
 }
 
+TEST_F(WalkSmBaseTest, ARangeErrorOfItsEndIsCaughtLikeAnyOther) {
+    callsPerWalk(2);
+    makeMachine();
+    behavior.aborted = [] { throw RangeError("at the end"); };
+    turn();
+    uint64_t before = caughtRangeErrors();
+    sm->destroy();
+    EXPECT_EQ(caughtRangeErrors(), before + 1);
+    EXPECT_FALSE(scheduler()->hasReadyTask());
+}
+
 TEST_F(WalkSmBaseTest, MayBeDestroyedInItsSlice) {
     for (uint32_t moreWork : {0u, 1u}) {
         behavior.untilNoMoreWork = true;

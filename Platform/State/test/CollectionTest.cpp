@@ -1,80 +1,16 @@
-#include "Platform/State/Collection.h"
-
 #include "Platform/Base/Errors.h"
-#include "Platform/State/test/StateFixture.h"
-#include "Platform/State/test/TableKeys.h"
+#include "Platform/State/test/CollectionFixture.h"
 
 #include <algorithm>
-#include <array>
-#include <memory>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace Vela {
 namespace {
 
-/// An entity that carries its key.
-class Item : public Thing {
-  public:
-    explicit Item(uint32_t number) : key_{number} {}
-    const SpreadKey& key() const { return key_; }
-
-  private:
-    SpreadKey key_;
-};
-
-/// The three kinds of collections, each of items.
 template <class Items>
-class CollectionTest : public StateFixture {
-  protected:
-    CollectionTest() {
-        recorder = collection->react(nullptr, [this](const SpreadKey& key) {
-            if (recording) {
-                announced.push_back(key.number);
-            }
-        });
-    }
-
-    static SpreadKey key(uint32_t number) { return SpreadKey{number}; }
-
-    void add(std::initializer_list<uint32_t> numbers) {
-        recording = false;
-        for (uint32_t number : numbers) {
-            collection->set(key(number), make<Item>(number));
-        }
-        recording = true;
-    }
-
-    std::vector<uint32_t> numbers() const {
-        std::vector<uint32_t> all;
-        for (auto cursor = collection->first(); cursor; ++cursor) {
-            EXPECT_EQ(cursor.key(), cursor.value()->key());
-            all.push_back(cursor.key().number);
-        }
-        EXPECT_EQ(all.size(), collection->count());
-        return all;
-    }
-    std::vector<uint32_t> sortedNumbers() const {
-        auto all = numbers();
-        std::sort(all.begin(), all.end());
-        return all;
-    }
-
-    bool recording = true;
-    std::unique_ptr<Items> collection = std::make_unique<Items>();
-    std::vector<uint32_t> announced;
-    Reaction recorder;
-};
-
-using ItemCollections = ::testing::Types<Map<SpreadKey, Ptr<Item>>, HashMap<SpreadKey, Ptr<Item>>,
-                                         EntityMap<Item, &Item::key>>;
-
-struct CollectionNames {
-    template <class Items>
-    static std::string GetName(int i) {
-        return std::array{"Map", "HashMap", "EntityMap"}[static_cast<size_t>(i)];
-    }
-};
+class CollectionTest : public CollectionFixture<Items> {};
 
 TYPED_TEST_SUITE(CollectionTest, ItemCollections, CollectionNames);
 
@@ -140,15 +76,6 @@ TYPED_TEST(CollectionTest, WhatASetReplacesLastsUntilTheAnnouncementIsOver) {
     // The key stands in the item that goes.
     items.set((*items.find(this->key(1)))->key(), make<Item>(1));
     EXPECT_EQ(order, "announced;old ends;");
-    EXPECT_EQ(this->announced, (std::vector<uint32_t>{1}));
-}
-
-TYPED_TEST(CollectionTest, TheEndOfAReplacedItemMayEndTheCollection) {
-    auto& items = *this->collection;
-    this->add({1, 2});
-    items.value(this->key(1))->whenDestroyed = [&] { this->collection.reset(); };
-    EXPECT_TRUE(items.set(this->key(1), make<Item>(1)));
-    EXPECT_FALSE(this->collection);
     EXPECT_EQ(this->announced, (std::vector<uint32_t>{1}));
 }
 
@@ -345,92 +272,6 @@ TYPED_TEST(CollectionTest, WhatIsAddedDuringDelAllAheadOfItsPlaceGoesAsWell) {
     items.delAll();
     EXPECT_EQ(items.count(), 0u);
     EXPECT_EQ(this->announced, (std::vector<uint32_t>{order[0], order[2], order[1], order[2]}));
-}
-
-TYPED_TEST(CollectionTest, MayBeDestroyedInTheAnnouncementOfASet) {
-    auto& items = *this->collection;
-    Reaction reaction = items.react(nullptr, [&](const SpreadKey&) { this->collection.reset(); });
-    EXPECT_TRUE(items.set(this->key(1), make<Item>(1)));
-    EXPECT_EQ(Entity::liveCount(), 0u);
-    EXPECT_FALSE(reaction);
-}
-
-TYPED_TEST(CollectionTest, MayBeDestroyedInTheAnnouncementOfFindOrAdd) {
-    auto& items = *this->collection;
-    Reaction reaction = items.react(nullptr, [&](const SpreadKey&) { this->collection.reset(); });
-    auto item = items.findOrAdd(this->key(1), [] { return make<Item>(1); });
-    ASSERT_TRUE(item);
-    EXPECT_EQ(item->key(), this->key(1));
-}
-
-TYPED_TEST(CollectionTest, MayBeDestroyedInTheAnnouncementOfADel) {
-    auto& items = *this->collection;
-    this->add({1, 2, 3});
-    Reaction reaction = items.react(nullptr, [&](const SpreadKey&) { this->collection.reset(); });
-    auto gone = items.del(this->key(2));
-    ASSERT_TRUE(gone);
-    EXPECT_EQ((*gone)->key(), this->key(2));
-    EXPECT_EQ(Entity::liveCount(), 1u);
-}
-
-TYPED_TEST(CollectionTest, MayBeDestroyedInAnAnnouncementOfDelAll) {
-    auto& items = *this->collection;
-    this->add({1, 2, 3});
-    auto order = this->numbers();
-    Reaction reaction = items.react(nullptr, [&](const SpreadKey& key) {
-        if (key.number == order[1]) {
-            this->collection.reset();
-        }
-    });
-    std::vector<uint32_t> released;
-    items.delAll([&](const Ptr<Item>& item) { released.push_back(item->key().number); });
-    EXPECT_EQ(this->announced, (std::vector<uint32_t>{order[0], order[1]}));
-    EXPECT_EQ(released, this->announced);
-    EXPECT_EQ(Entity::liveCount(), 0u);
-}
-
-TYPED_TEST(CollectionTest, MayBeDestroyedByWhatDelAllReleases) {
-    auto& items = *this->collection;
-    this->add({1, 2, 3});
-    auto order = this->numbers();
-    items.delAll([&](const Ptr<Item>& item) {
-        item->destroy();
-        this->collection.reset();
-    });
-    EXPECT_EQ(this->announced, (std::vector<uint32_t>{order[0]}));
-    EXPECT_EQ(Entity::liveCount(), 0u);
-}
-
-TYPED_TEST(CollectionTest, AtItsEndTheLastPtrsOfItsItemsGo) {
-    this->add({1, 2, 3});
-    auto held = this->collection->value(this->key(2));
-    this->collection.reset();
-    EXPECT_EQ(Entity::liveCount(), 1u);
-    EXPECT_FALSE(held->destroyed());
-    EXPECT_TRUE(this->announced.empty());
-}
-
-TYPED_TEST(CollectionTest, AnItemThatEndsWithTheCollectionFindsItEmpty) {
-    // Many, so that a table which went on shrinking while it ends would do so.
-    for (uint32_t number = 0; number < 100; ++number) {
-        this->add({number});
-    }
-    auto& items = *this->collection;
-    int ended = 0;
-    for (auto cursor = items.first(); cursor; ++cursor) {
-        auto number = cursor.key().number;
-        cursor.value()->whenDestroyed = [&, number] {
-            ++ended;
-            EXPECT_EQ(items.count(), 0u);
-            EXPECT_FALSE(items.first());
-            EXPECT_FALSE(items.del(this->key(number)));
-            EXPECT_FALSE(items.has(this->key(99 - number)));
-            EXPECT_FALSE(items.del(this->key(99 - number)));
-        };
-    }
-    this->collection.reset();
-    EXPECT_EQ(ended, 100);
-    EXPECT_EQ(Entity::liveCount(), 0u);
 }
 
 TYPED_TEST(CollectionTest, AReadOnlyViewCanBeObserved) {
