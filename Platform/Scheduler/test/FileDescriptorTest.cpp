@@ -374,6 +374,17 @@ TEST_F(FileDescriptorTest, AnIdleWriterSeesTheHangUpOfItsReader) {
     EXPECT_EQ(fd->readableCount(), 0u);
 }
 
+TEST_F(FileDescriptorTest, AnErrorShowsInADirectionThatThereIsNot) {
+    auto [reader, writer] = pipePair();
+    auto fd = descriptor(std::move(writer));
+    fd->notifyOnReadableIs(true);
+    EXPECT_FALSE(turn());
+    reader.reset();
+    EXPECT_TRUE(turn());
+    EXPECT_EQ(fd->readableCount(), 1u);
+    EXPECT_EQ(fd->writableCount(), 0u);
+}
+
 TEST_F(FileDescriptorTest, ASocketSeesThatItsPeerIsGoneInEitherDirection) {
     for (bool readable : {true, false}) {
         auto [ours, theirs] = socketPair();

@@ -122,12 +122,14 @@ TEST_F(TaskSchedulerTest, TasksDueTogetherRunInTheOrderOfTheirCreation) {
 
 TEST_F(TaskSchedulerTest, ATaskWhoseDelayHasEndedWaitsBehindThoseThatAreReady) {
     auto due = task("d");
-    auto ready = task("r");
+    auto alsoDue = task("e");
+    auto ready = longTask("r", 3);
     due->scheduleAfter(1);
+    alsoDue->scheduleAfter(1);
     ready->schedule();
     clock().advance(1s);
     runUntilIdle();
-    EXPECT_EQ(ran, "rd");
+    EXPECT_EQ(ran, "rderr");
 }
 
 TEST_F(TaskSchedulerTest, ASliceMustYieldOnceItsBudgetIsUsed) {

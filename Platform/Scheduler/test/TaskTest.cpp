@@ -279,11 +279,12 @@ TEST_F(TaskTest, DestroyedItIgnoresRequests) {
     a->schedule();
     a->scheduleAfter(1);
     a->scheduleAt(clock().now());
-    a->cancel();
     EXPECT_FALSE(a->scheduled());
+    EXPECT_FALSE(scheduler()->nextDue());
     EXPECT_FALSE(turn());
     runFor(10);
     EXPECT_EQ(ran, "");
+    a->cancel();
 }
 
 TEST_F(TaskTest, EndsWithItsOwner) {

@@ -203,6 +203,7 @@ void expectSlowReaderGetsAll(int writerFlags) {
     Pipe pipe;
     fcntl(pipe.writer.get(), F_SETFL, writerFlags);
     // Far more than the pipe holds, taken in small pieces and compared at the end.
+    EXPECT_GT(fcntl(pipe.writer.get(), F_SETPIPE_SZ, 1), 0);
     constexpr int lines = 20'000;
     pid_t child = forkReader(pipe, [](int fd) {
         std::string all;
