@@ -41,7 +41,7 @@ class TraceHandle {
 
   private:
     std::string name_;
-    uint32_t levels_;
+    mutable uint32_t levels_; // traceLevelsIs reaches handles that are const, too
 };
 
 /// Replaces the settings for all handles, those to come included. Returns a text for each piece
