@@ -1,0 +1,240 @@
+#pragma once
+
+#include "Platform/Quarry/ChangeLog.h"
+#include "Platform/Quarry/TableView.h"
+#include "Platform/Quarry/TableWriter.h"
+#include "Platform/State/Notifier.h"
+
+#include <array>
+#include <bit>
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <type_traits>
+
+namespace Quarry {
+
+class Table;
+
+/// What a table can hold: a plain value without padding whose first member is its key, and whose
+/// name tells it from others of the same size:
+///
+///     struct CounterRecord {
+///         using Key = CounterKey;
+///         static constexpr const char* recordType = "ArpSuppression::CounterRecord";
+///         CounterKey key;
+///         uint64_t count;
+///     };
+template <class R>
+concept TableRecord = std::is_trivially_copyable_v<R> &&
+    std::has_unique_object_representations_v<R> && std::is_standard_layout_v<R> &&
+    std::default_initializable<R> && requires(const R& record, const typename R::Key& key) {
+    { record.key } -> std::convertible_to<typename R::Key>;
+    { key.hash(uint64_t{}) } -> std::same_as<uint64_t>;
+    { R::recordType } -> std::convertible_to<const char*>;
+};
+
+/// A value as the words that a table holds it in.
+template <class T>
+struct Words {
+    static constexpr size_t count = Format::wordsFor(sizeof(T));
+    using Array = std::array<uint64_t, count>;
+
+    static Array from(const T& value) {
+        Array words{};
+        std::memcpy(words.data(), &value, sizeof value);
+        return words;
+    }
+    static T to(const Array& words) {
+        std::array<std::byte, sizeof(T)> bytes;
+        std::memcpy(bytes.data(), words.data(), bytes.size());
+        return std::bit_cast<T>(bytes);
+    }
+};
+
+template <TableRecord R>
+TableShape shapeOf(uint32_t capacity) {
+    return {R::recordType, sizeof(typename R::Key), sizeof(R), capacity};
+}
+
+/// Stands at one entry, of which it has a copy, and steps through the table's order. Anything may
+/// happen to the table between two steps.
+template <class Reading>
+class RecordCursor {
+  public:
+    using Key = typename Reading::Key;
+    using Value = typename Reading::Value;
+
+    RecordCursor(const Reading& reading, std::optional<Value> record)
+        : reading_(&reading), record_(std::move(record)) {}
+
+    explicit operator bool() const noexcept { return record_.has_value(); }
+    const Key& key() const noexcept { return record_->key; }
+    const Value& value() const noexcept { return *record_; }
+    RecordCursor& operator++() {
+        record_ = reading_->recordAfter(record_->key);
+        return *this;
+    }
+
+  private:
+    const Reading* reading_;
+    std::optional<Value> record_;
+};
+
+/// Who hears that a table could not be read right.
+class ReadTrouble {
+  public:
+    virtual void handleTrouble(Outcome outcome) const = 0;
+
+  protected:
+    ~ReadTrouble() = default;
+};
+
+/// Reads the records of one table. What cannot be read right is reported and counts as absent.
+template <TableRecord R>
+class RecordReading {
+  public:
+    using Key = typename R::Key;
+    using Value = R;
+    using Cursor = RecordCursor<RecordReading>;
+
+    /// Both must outlive this object.
+    RecordReading(const TableMapping& mapping, const ReadTrouble& trouble)
+        : mapping_(mapping), view_(mapping), trouble_(trouble) {}
+
+    size_t count() const { return view_.entries(); }
+    bool has(const Key& key) const { return find(key).has_value(); }
+
+    /// A copy of the record.
+    std::optional<R> find(const Key& key) const {
+        typename Words<R>::Array payload;
+        auto words = Words<Key>::from(key);
+        return result(view_.find(hashOf(key), words.data(), payload.data()), payload);
+    }
+    /// The same; a default-constructed one when absent.
+    R value(const Key& key) const { return find(key).value_or(R()); }
+
+    /// Every entry that stays is met, in an order of no meaning.
+    Cursor first() const {
+        typename Words<R>::Array payload;
+        return {*this, result(view_.first(payload.data()), payload)};
+    }
+    Cursor atOrAfter(const Key& key) const {
+        typename Words<R>::Array payload;
+        auto words = Words<Key>::from(key);
+        return {*this, result(view_.atOrAfter(hashOf(key), words.data(), payload.data()), payload)};
+    }
+    std::optional<R> recordAfter(const Key& key) const {
+        typename Words<R>::Array payload;
+        auto words = Words<Key>::from(key);
+        return result(view_.after(hashOf(key), words.data(), payload.data()), payload);
+    }
+
+  protected:
+    ~RecordReading() = default;
+
+    uint32_t hashOf(const Key& key) const {
+        return static_cast<uint32_t>(key.hash(mapping_.header().hashSeed));
+    }
+
+  private:
+    std::optional<R> result(Outcome outcome, const typename Words<R>::Array& payload) const {
+        if (outcome == Outcome::found) [[likely]] {
+            return Words<R>::to(payload);
+        }
+        if (outcome != Outcome::absent) {
+            trouble_.handleTrouble(outcome);
+        }
+        return std::nullopt;
+    }
+
+    const TableMapping& mapping_;
+    const TableView view_;
+    const ReadTrouble& trouble_;
+};
+
+/// The file of a collection in the process that writes it.
+class CollectionFile : public ReadTrouble {
+  public:
+    CollectionFile(const CollectionFile&) = delete;
+    CollectionFile& operator=(const CollectionFile&) = delete;
+
+    const std::string& name() const { return name_; }
+    const TableMapping& mapping() const { return mapping_; }
+    /// How often reading or writing failed.
+    uint64_t troubles() const { return troubles_; }
+    uint64_t refusals() const { return refusals_; }
+
+    void completeIs(bool complete) { writer_.completeIs(complete); }
+    void closedIs() { writer_.closedIs(); }
+
+    void handleTrouble(Outcome outcome) const override;
+
+  protected:
+    CollectionFile(Table& table, const char* name, const TableShape& shape);
+    ~CollectionFile();
+
+    /// Returns whether the table holds the record now; one for which there is no room is traced and
+    /// counted.
+    bool write(uint32_t hash, const uint64_t* payload, bool observed);
+    bool remove(uint32_t hash, const uint64_t* key, bool observed);
+    void listenTo(ChangeListener& listener);
+
+  private:
+    void log(const uint64_t* key);
+
+    Table& table_;
+    const std::string name_;
+    const TableMapping mapping_;
+    TableWriter writer_;
+    uint64_t listener_ = 0;
+    mutable uint64_t troubles_ = 0;
+    uint64_t refusals_ = 0;
+};
+
+/// One collection of a table, as a member of the table's class. It announces the key of every entry
+/// that is added, replaced by a different record or removed: through the change log, so never from
+/// within the call that made the change, and with no regard to whether the key has changed again
+/// since.
+template <TableRecord R>
+class TableCollection final : public CollectionFile, public RecordReading<R>, ChangeListener {
+  public:
+    using Key = typename R::Key;
+
+    /// `capacity` is what the collection holds at most, where the mount declares nothing else.
+    TableCollection(Table& table, const char* name, uint32_t capacity)
+        : CollectionFile(table, name, shapeOf<R>(capacity)), RecordReading<R>(this->mapping(),
+                                                                              *this) {
+        listenTo(*this);
+    }
+
+    /// Returns whether the record is in the table now.
+    bool set(const R& record) {
+        auto words = Words<R>::from(record);
+        return write(this->hashOf(record.key), words.data(), notifier_.observed());
+    }
+    /// Returns whether there was one.
+    bool del(const Key& key) {
+        auto words = Words<Key>::from(key);
+        return remove(this->hashOf(key), words.data(), notifier_.observed());
+    }
+
+    /// See NotifierBase. The callable takes the key. What changed before is not announced.
+    template <class Callable>
+    [[nodiscard]] Vela::Reaction react(const Vela::Entity* owner, Callable callable) const {
+        return notifier_.react(owner, std::move(callable));
+    }
+
+  private:
+    void handleChange(const uint64_t* key) override {
+        typename Words<Key>::Array words;
+        std::copy_n(key, words.size(), words.begin());
+        notifier_.notify(Words<Key>::to(words));
+    }
+
+    Vela::KeyNotifier<Key> notifier_;
+};
+
+} // namespace Quarry

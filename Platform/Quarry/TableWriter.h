@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Platform/Quarry/TableMapping.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Quarry {
+
+/// What writing an entry came to.
+enum class Written : uint8_t {
+    unchanged, ///< it stood there already
+    added,
+    changed,
+    full ///< the table's capacity, or the file system's; nothing changed
+};
+
+/// The one writer of a table. Readers may be at it all the time: each of them sees an entry as it
+/// was or as it is. No change takes long, however many entries there are.
+class TableWriter {
+  public:
+    /// How much of a file is allocated at a time.
+    static constexpr size_t allocationStep = size_t{256} << 10;
+
+    /// A new table that has just been created; the mapping must outlive the writer. With
+    /// `allocateAll` all of it is allocated here, and TableError thrown if that fails.
+    TableWriter(const TableMapping& mapping, bool allocateAll);
+    TableWriter(const TableWriter&) = delete;
+    TableWriter& operator=(const TableWriter&) = delete;
+
+    /// `payload` begins with the key; bytes of its last words beyond its end must be zero.
+    Written set(uint32_t hash, const uint64_t* payload);
+    /// Returns whether there was such an entry.
+    bool del(uint32_t hash, const uint64_t* key);
+
+    void completeIs(bool complete);
+    void closedIs();
+
+  private:
+    std::atomic<uint32_t>& findLink(uint32_t hash, const uint64_t* key, bool& found) const;
+    bool differs(uint32_t number, const uint64_t* payload) const;
+    bool isBefore(uint32_t number, uint32_t order, const uint64_t* key, bool& same) const;
+    void write(uint32_t number, uint32_t hash, uint32_t next, const uint64_t* payload);
+    bool newRecord(uint32_t& number);
+    bool allocate(size_t& allocated, size_t wanted, size_t limit);
+    void addBucket();
+    void removeBucket();
+    void changed();
+
+    const TableMapping& mapping_;
+    std::vector<uint32_t> freeRecords_;
+    size_t allocatedBuckets_; // file offset up to which the bucket area is allocated
+    size_t allocatedRecords_; // the same of the records
+};
+
+} // namespace Quarry
