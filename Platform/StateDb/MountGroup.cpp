@@ -39,9 +39,10 @@ void MountGroup::mount(const std::string& path, const std::string& typeName,
     assertThat(mode == "r" || mode == "wc" || mode == "wS",
                "mode == \"r\" || mode == \"wc\" || mode == \"wS\"");
     TRACE(trace, 5, this, "path=" << path << " typeName=" << typeName << " mode=" << mode);
-    mounts_[path] = typeName;
+    std::string entityPath = path.ends_with('/') ? path.substr(0, path.size() - 1) : path;
+    mounts_[entityPath] = typeName;
     if (mode != "r") {
-        entityManager_->writable_.insert(path);
+        entityManager_->writable_.insert(entityPath);
     }
 }
 

@@ -37,7 +37,8 @@ class MountGroup final : public Entity {
     void dumpState(DumpContext& context, int indent) const override;
 
     /// Modes: "r" for reading; for writing "wc", kept by the database when the process dies, and
-    /// "wS", the mounter's own slice of something that others have slices of.
+    /// "wS", the mounter's own slice of something that others have slices of. A slash at the end of
+    /// the path means nothing.
     void mount(const std::string& path, const std::string& typeName, const std::string& mode);
 
     /// No more mounts follow. Completion is announced from the loop, at the earliest in its next

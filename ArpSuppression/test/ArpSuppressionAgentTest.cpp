@@ -1,0 +1,312 @@
+#include "ArpSuppression/ArpSuppressionAgent.h"
+
+#include "Platform/State/DumpContext.h"
+#include "Platform/Trace/Swiftlog.h"
+#include "Testing/SwitchFixture.h"
+#include "Testing/TraceCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace ArpSuppression {
+
+namespace {
+
+using Bridging::VlanId;
+using Zinc::IpGenAddr;
+
+std::vector<std::string> linesOf(const Testing::TraceCapture& capture) {
+    std::istringstream text(capture.text());
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+class ArpSuppressionAgentTest : public Testing::SwitchFixture {
+  protected:
+    ArpSuppressionAgentTest() {
+        unsetenv("SWIFTLOGDIR");
+        Vela::Swiftlog::defaultDirectoryIs(directory() + "/log");
+    }
+    ~ArpSuppressionAgentTest() override {
+        agent->destroy();
+        Vela::Swiftlog::close();
+    }
+
+    const ArpSuppressionMounts& mounts() const { return *agent->mounts(); }
+
+    Vela::Ptr<ArpSuppressionAgent> agent = arpSuppressionAgentFactory("ArpSuppression");
+};
+
+TEST_F(ArpSuppressionAgentTest, theTraceFileNameHasTheProcessUnlessTheDirectoryIsGiven) {
+    EXPECT_EQ(ArpSuppressionAgent::slInit("Arps"),
+              directory() + "/log/Arps-" + std::to_string(getpid()) + ".sl");
+    EXPECT_EQ(access((directory() + "/log/Arps-" + std::to_string(getpid()) + ".sl").c_str(), R_OK),
+              0);
+}
+
+TEST_F(ArpSuppressionAgentTest, theTraceFileNameIsTheAgentsInAGivenDirectory) {
+    std::string given = directory() + "/given";
+    setenv("SWIFTLOGDIR", given.c_str(), 1);
+    EXPECT_EQ(ArpSuppressionAgent::slInit("Arps"), given + "/Arps.sl");
+    EXPECT_EQ(access((given + "/Arps.sl").c_str(), R_OK), 0);
+}
+
+TEST_F(ArpSuppressionAgentTest, aTraceFileThatCannotBeOpenedGivesNoName) {
+    std::string inTheWay = directory() + "/log";
+    ASSERT_EQ(symlink("/dev/null/nowhere", inTheWay.c_str()), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ArpSuppressionAgent::slInit("Arps"), "");
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(ArpSuppressionAgentTest, initialisationOpensTheTraceFile) {
+    start(*agent);
+    EXPECT_EQ(Vela::Swiftlog::fileName(),
+              directory() + "/log/ArpSuppression-" + std::to_string(getpid()) + ".sl");
+}
+
+TEST_F(ArpSuppressionAgentTest, mountsAreCompleteOnlyFromTheLoop) {
+    agent->platformIs({scheduler(), entityManager(), false});
+    agent->doInit();
+    EXPECT_TRUE(agent->localEntitiesCreated());
+    EXPECT_FALSE(agent->mounts());
+    runUntilIdle();
+    EXPECT_TRUE(agent->mounts());
+}
+
+TEST_F(ArpSuppressionAgentTest, everythingMountedIsGathered) {
+    start(*agent);
+    EXPECT_EQ(mounts().entityManager(), entityManager());
+    EXPECT_EQ(mounts().remoteBindingConfig(), state().remoteBindingConfig);
+    EXPECT_TRUE(mounts().remoteBindingConfigMountGroup());
+    EXPECT_EQ(mounts().arpSuppressionStatus(), state().arpSuppressionStatus);
+    EXPECT_TRUE(mounts().arpSuppressionCounterStatus());
+    EXPECT_EQ(mounts().allVrfStatusLocal(), state().allVrfStatusLocal);
+    EXPECT_EQ(mounts().vrfIdMap(), state().vrfIdMap);
+    EXPECT_TRUE(mounts().vrfNameToIdMap());
+    EXPECT_EQ(mounts().arpStatus(), state().arpStatus);
+    EXPECT_EQ(mounts().ipStatus(), state().ipStatus);
+    EXPECT_EQ(mounts().ip6Status(), state().ip6Status);
+    EXPECT_EQ(mounts().bridgingConfig(), state().bridgingConfig);
+    EXPECT_EQ(mounts().bridgingStatus(), state().bridgingStatus);
+    EXPECT_EQ(mounts().evpnStatus(), state().evpnStatus);
+    EXPECT_EQ(mounts().evpnMplsConfig(), state().evpnMplsConfig);
+    EXPECT_EQ(mounts().fhrpVrMacStatus(), state().fhrpVrMacStatus);
+    EXPECT_EQ(mounts().arpInputConfig(), state().arpInputConfig);
+    EXPECT_EQ(mounts().allIntfStatusDir(), state().allIntfStatusDir);
+    EXPECT_EQ(mounts().allIntfStatusLocalDir(), state().allIntfStatusLocalDir);
+    EXPECT_EQ(mounts().l2VpnConfig(), state().l2VpnConfig);
+    EXPECT_EQ(mounts().intfEncapServiceIntf(), state().intfEncapServiceIntf);
+}
+
+TEST_F(ArpSuppressionAgentTest, mountsInTheOrderThatThePlatformExpects) {
+    Testing::TraceCapture capture("StateDb=5");
+    start(*agent);
+    std::vector<std::string> expected = {
+        "path=arpSuppression/status typeName=ArpSuppression::ArpSuppressionStatus mode=wc",
+        "path=ip/status typeName=Ip::Status mode=r",
+        "path=ip6/status typeName=Ip6::Status mode=r",
+        "path=bridging/config/ typeName=Bridging::Config mode=r",
+        "path=evpn/status typeName=Evpn::EvpnStatus mode=r",
+        "path=evpn/mplsConfig typeName=Evpn::MplsConfig mode=r",
+        "path=routing/fhrp/vrMacStatus typeName=Routing::Fhrp::VirtualRouterMacStatus mode=r",
+        "path=cell/1/ip/vrf/status/local typeName=Ip::AllVrfStatusLocal mode=r",
+        "path=routing/l2vpn/config typeName=Routing::L2Vpn::Config mode=r",
+        "path=arp/input/config/arpSuppression typeName=Arp::InputConfig mode=wS",
+        "path=interface/encap/serviceIntf typeName=Brant::IntfEncapServiceIntfColl mode=r"};
+    std::vector<std::string> mounted;
+    for (const std::string& line : linesOf(capture)) {
+        if (size_t path = line.find("path="); path != std::string::npos) {
+            mounted.push_back(line.substr(path));
+        }
+    }
+    EXPECT_EQ(mounted, expected);
+}
+
+TEST_F(ArpSuppressionAgentTest, onlyItsOwnOutputsAreMountedForWriting) {
+    start(*agent);
+    EXPECT_TRUE(entityManager()->writableEntity<ArpSuppressionStatus>("arpSuppression/status"));
+    EXPECT_TRUE(
+        entityManager()->writableEntity<Arp::InputConfig>("arp/input/config/arpSuppression"));
+    EXPECT_FALSE(entityManager()->writableEntity<Bridging::Config>("bridging/config"));
+    EXPECT_FALSE(entityManager()->writableEntity<Evpn::EvpnStatus>("evpn/status"));
+    EXPECT_FALSE(entityManager()->writableEntity<Ip::Status>("ip/status"));
+}
+
+TEST_F(ArpSuppressionAgentTest, localEntitiesAreMadeWhereTheSwitchHasNone) {
+    auto localPath = entityManager()->cellPath("interface/status/local");
+    entityManager()->entityDel("interface/status/all");
+    entityManager()->entityDel(localPath);
+    start(*agent);
+    ASSERT_TRUE(mounts().allIntfStatusDir());
+    EXPECT_EQ(mounts().allIntfStatusDir()->name(), "AllIntfStatusDir");
+    ASSERT_TRUE(mounts().allIntfStatusLocalDir());
+    EXPECT_EQ(mounts().allIntfStatusLocalDir()->name(), "AllIntfStatusLocalDir");
+}
+
+TEST_F(ArpSuppressionAgentTest, statusOfAnEarlierRunIsEmptiedAndStaysRunnable) {
+    state().arpSuppressionStatus->runnableIs(true);
+    state().arpSuppressionStatus->vlanIdIs(VlanId(10), true);
+    state().arpSuppressionStatus->vlanIdIs(VlanId(20), false);
+    restartSwitch();
+    ASSERT_EQ(state().arpSuppressionStatus->vlanIds(), 2u);
+    size_t vlansAtTheHolder = 99;
+    auto emptied = state().arpSuppressionStatus->vlanIdCollection().react(nullptr, [&](VlanId) {
+        EXPECT_FALSE(agent->mounts()) << "emptied before anything else is created";
+        vlansAtTheHolder = state().arpSuppressionStatus->vlanIds();
+    });
+    start(*agent);
+    EXPECT_EQ(vlansAtTheHolder, 0u);
+    EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
+    EXPECT_TRUE(state().arpSuppressionStatus->runnable());
+}
+
+TEST_F(ArpSuppressionAgentTest, theInputConfigurationIsTaggedAndKeepsItsEntries) {
+    auto vrf = state().arpInputConfig->vrfIs("red");
+    vrf->afEntryPermanentIs({IpGenAddr("10.0.0.1"), Zinc::IntfId("Vlan10")},
+                            Zinc::EthAddr("02:00:00:00:00:0a"), Arp::ArpSource(7));
+    state().arpInputConfig->sourceIs(Arp::ArpSource(7));
+    start(*agent);
+    EXPECT_TRUE(state().arpInputConfig->initialized());
+    EXPECT_EQ(static_cast<int>(state().arpInputConfig->source()), 110);
+    ASSERT_EQ(state().arpInputConfig->vrfs(), 1u);
+    EXPECT_TRUE(vrf->afEntry({IpGenAddr("10.0.0.1"), Zinc::IntfId("Vlan10")}));
+}
+
+TEST_F(ArpSuppressionAgentTest, countersStandReadyFromZeroAndCannotGrow) {
+    start(*agent);
+    const auto& counters = mounts().arpSuppressionCounterStatus();
+    EXPECT_EQ(counters->counterCollection().count(), 58u);
+    counters->increment(ArpSuppressionCounterId::targetIsMine);
+    counters->increment(ArpSuppressionCounterId::targetIsMine);
+    for (uint32_t number = 0; number < 58; ++number) {
+        EXPECT_EQ(counters->count(ArpSuppressionCounterId(number)), number == 23 ? 2u : 0u);
+    }
+    counters->increment(ArpSuppressionCounterId(58));
+    EXPECT_EQ(counters->counterCollection().count(), 58u);
+    EXPECT_EQ(counters->counterCollection().refusals(), 1u);
+}
+
+TEST_F(ArpSuppressionAgentTest, vrfNamesFollowTheTableOfIds) {
+    state().vrfIdMap->vrfIs(Vrf::VrfId(0), "default");
+    start(*agent);
+    EXPECT_EQ(mounts().vrfNameToIdMap()->vrfId("default"), Vrf::VrfId(0));
+    EXPECT_EQ(mounts().vrfNameToIdMap()->vrfId("red"), Vrf::VrfId());
+    state().vrfIdMap->vrfIs(Vrf::VrfId(7), "red");
+    runUntilIdle();
+    EXPECT_EQ(mounts().vrfNameToIdMap()->vrfId("red"), Vrf::VrfId(7));
+    state().vrfIdMap->vrfDel(Vrf::VrfId(7));
+    runUntilIdle();
+    EXPECT_EQ(mounts().vrfNameToIdMap()->vrfId("red"), Vrf::VrfId());
+}
+
+TEST_F(ArpSuppressionAgentTest, remoteBindingsAreReadyWhenTheirTableIsComplete) {
+    start(*agent);
+    EXPECT_FALSE(mounts().remoteBindingConfigMountGroup()->ready());
+    state().arpStatus->completeIs(true); // of the other group
+    EXPECT_FALSE(mounts().remoteBindingConfigMountGroup()->ready());
+    state().remoteBindingConfig->completeIs(true);
+    EXPECT_TRUE(mounts().remoteBindingConfigMountGroup()->ready());
+}
+
+TEST_F(ArpSuppressionAgentTest, waitsForWhatIsNotPublishedYet) {
+    entityManager()->entityDel("evpn/status");
+    start(*agent);
+    EXPECT_FALSE(agent->mounts());
+    entityManager()->entityIs("evpn/status", state().evpnStatus);
+    runUntilIdle();
+    EXPECT_TRUE(agent->mounts());
+}
+
+TEST_F(ArpSuppressionAgentTest, waitsForTheInputConfigurationToBeReadBack) {
+    entityManager()->populatingIs("arp/input/config/arpSuppression", true);
+    start(*agent);
+    EXPECT_FALSE(agent->mounts());
+    entityManager()->populatingIs("arp/input/config/arpSuppression", false);
+    runUntilIdle();
+    EXPECT_TRUE(agent->mounts());
+}
+
+TEST_F(ArpSuppressionAgentTest, anEntityOfAnotherTypeLeavesItsReferenceEmpty) {
+    entityManager()->entityIs("evpn/mplsConfig", state().evpnStatus);
+    entityManager()->entityIs("arpSuppression/status", state().evpnStatus);
+    Testing::TraceCapture capture("StateDb=0");
+    start(*agent);
+    ASSERT_TRUE(agent->mounts());
+    EXPECT_TRUE(
+        capture.contains("path=evpn/mplsConfig is no Evpn::MplsConfig but a Evpn::EvpnStatus"));
+    EXPECT_FALSE(mounts().evpnMplsConfig());
+    EXPECT_FALSE(mounts().arpSuppressionStatus());
+    EXPECT_TRUE(mounts().evpnStatus());
+}
+
+TEST_F(ArpSuppressionAgentTest, aTableOfAnotherTypeLeavesItsReferenceEmpty) {
+    auto group = tableService()->mountGroup();
+    state().tables->unmount("arp/status");
+    group->mount<RemoteBindingConfig>("arp/status", Quarry::MountType::writer);
+    start(*agent);
+    ASSERT_TRUE(agent->mounts());
+    EXPECT_FALSE(mounts().arpStatus());
+    EXPECT_TRUE(mounts().bridgingStatus());
+    group->destroy();
+}
+
+TEST_F(ArpSuppressionAgentTest, replacingTheHolderEndsTheOldOne) {
+    start(*agent);
+    Vela::Ptr<ArpSuppressionMounts> old = agent->mounts();
+    agent->mountsDel();
+    EXPECT_TRUE(old->destroyed());
+    EXPECT_FALSE(agent->mounts());
+    auto mapper = agent->vrfIdReverseMapper();
+    agent->vrfIdReverseMapperIs(state().vrfIdMap, Vela::make<Vrf::VrfIdMap::NameToIdMap>());
+    EXPECT_TRUE(mapper->destroyed());
+    EXPECT_NE(agent->vrfIdReverseMapper(), mapper);
+    EXPECT_TRUE(agent->vrfIdReverseMapper()->hasNotificationActive());
+}
+
+TEST_F(ArpSuppressionAgentTest, theHardwareFlagIsThePlatforms) {
+    start(*agent, true);
+    EXPECT_TRUE(agent->isPhysicalHardware());
+}
+
+TEST_F(ArpSuppressionAgentTest, dumpsItsHeaderAndItsChildren) {
+    start(*agent);
+    Vela::DumpContext dump;
+    agent->dumpState(dump, 2);
+    EXPECT_EQ(dump.text().find("  ArpSuppressionAgent\n"), 0u);
+    EXPECT_NE(dump.text().find("    ArpSuppressionMounts\n"), std::string::npos);
+    EXPECT_NE(dump.text().find("reader arp/status complete=no"), std::string::npos);
+    Vela::DumpContext holder;
+    agent->mounts()->dumpState(holder, 3);
+    EXPECT_EQ(holder.text(), "   ArpSuppressionMounts\n");
+}
+
+TEST_F(ArpSuppressionAgentTest, tracesItsTwoSteps) {
+    Testing::TraceCapture capture("ArpSuppression=8");
+    start(*agent);
+    ASSERT_EQ(linesOf(capture).size(), 2u);
+    EXPECT_TRUE(linesOf(capture)[0].ends_with(" doInit ArpSuppressionAgent(ArpSuppression) doInit"))
+        << linesOf(capture)[0];
+    EXPECT_TRUE(linesOf(capture)[1].ends_with(" doMountsComplete")) << linesOf(capture)[1];
+}
+
+TEST_F(ArpSuppressionAgentTest, anAgentThatEndsWhileItWaitsHearsNothingMore) {
+    entityManager()->entityDel("evpn/status");
+    start(*agent);
+    agent->destroy();
+    entityManager()->entityIs("evpn/status", state().evpnStatus);
+    runUntilIdle();
+    EXPECT_FALSE(agent->mounts());
+}
+
+} // namespace
+
+} // namespace ArpSuppression
