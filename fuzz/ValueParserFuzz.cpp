@@ -10,6 +10,12 @@
 #include "Platform/Base/Strep.h"
 #include "Platform/Base/ValueParser.h"
 #include "Platform/Model/Arp/ArpKey.h"
+#include "Platform/Model/Arp/InputConfigEntry.h"
+#include "Platform/Model/Brant/IntfEncap.h"
+#include "Platform/Model/Bridging/Fid.h"
+#include "Platform/Model/Evpn/Labels.h"
+#include "Platform/Model/Interface/DeviceIntfStatus.h"
+#include "Platform/Model/Ip/AddrWithMask.h"
 #include "Platform/Value/EthAddr.h"
 #include "Platform/Value/IntfId.h"
 #include "Platform/Value/IpGenAddr.h"
@@ -62,6 +68,14 @@ constexpr void (*valueTypes[])(std::string_view) = {
     readAs<Zinc::IntfId>,
     readAs<ArpSuppression::RemoteBindingKey>,
     readAs<Arp::Table::ArpKey>,
+    readAs<Arp::InputConfigKey>,
+    readAs<Arp::InputConfigEntry>,
+    readAs<Brant::IntfEncap>,
+    readAs<Bridging::Fid>,
+    readAs<Evpn::EsiLabel>,
+    readAs<Evpn::ImetLabel>,
+    readAs<Interface::DeviceIntfStatus>,
+    readAs<Ip::AddrWithMask>,
     readAs<ArpSuppression::VrfIpAddress>,
     readAs<ArpSuppression::VlanIdMacAddress>,
     readAs<ArpSuppression::ArpInputConfigBookmark>,

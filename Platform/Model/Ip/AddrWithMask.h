@@ -19,8 +19,7 @@ namespace Ip {
 class AddrWithMask {
   public:
     constexpr AddrWithMask() = default;
-    /// Throws RangeError if the prefix is longer than the address, which an unset one is not at
-    /// all.
+    /// Throws RangeError if the prefix is longer than the address; an unset one has no bits.
     AddrWithMask(const Zinc::IpGenAddr& address, uint32_t prefixLen);
     static AddrWithMask fromValue(Vela::ValueParser& parser);
 
