@@ -54,8 +54,10 @@ int DescriptorSet::wait(MonotonicTime longest) {
     int count = epoll_wait(epoll_.get(), events, std::size(events),
                            static_cast<int>(std::clamp<int64_t>(milliseconds, 0, INT_MAX)));
     for (int i = 0; i < count; ++i) {
-        // By number: an earlier announcement of this batch may have ended the descriptor.
-        auto entry = entries_.find(events[i].data.u64);
+        // By number: an earlier announcement of this batch may have ended the descriptor. Copied,
+        // because the kernel's event is packed and no reference may bind to what is in it.
+        uint64_t number = events[i].data.u64;
+        auto entry = entries_.find(number);
         if (entry != entries_.end()) {
             // Errors and hang-ups show when the descriptor is used.
             bool failed = events[i].events & (EPOLLERR | EPOLLHUP);

@@ -18,12 +18,6 @@ namespace {
 
 constexpr std::string_view vlanPrefix = "Vlan";
 
-IntfNameTable& names() {
-    // Never destroyed, so that objects that die at exit can still print their names.
-    static IntfNameTable& table = *new IntfNameTable(65536);
-    return table;
-}
-
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -34,7 +28,7 @@ bool isLetter(char c) {
 
 } // namespace
 
-IntfId::IntfId(std::string_view name) : handle_(names().idOf(name)) {}
+IntfId::IntfId(std::string_view name) : handle_(intfNameTable().idOf(name)) {}
 
 IntfId IntfId::fromValue(Vela::ValueParser& parser) {
     size_t start = parser.offset();
@@ -46,7 +40,7 @@ IntfId IntfId::fromValue(Vela::ValueParser& parser) {
 }
 
 std::string_view IntfId::name() const {
-    return names().name(handle_);
+    return intfNameTable().name(handle_);
 }
 
 std::string IntfId::shortName() const {

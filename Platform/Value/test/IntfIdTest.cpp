@@ -1,8 +1,11 @@
 #include "Platform/Value/IntfId.h"
 
+#include "Platform/Value/IntfNameTable.h"
 #include "Platform/Value/test/ExpectForms.h"
 
+#include <cstdlib>
 #include <limits>
+#include <memory>
 
 namespace {
 
@@ -88,6 +91,38 @@ TEST(IntfIdTest, Forms) {
     expectValueForm(IntfId(), "''");
     std::string tooLong = "'" + std::string(64, 'x') + "'";
     expectNoValueForm<IntfId>({"", "Vlan10", "'Vlan10", "'Vlan\\x310'", tooLong});
+}
+
+/// In a process of their own: the other tests have interned names.
+class IntfIdTableDeathTest : public ::testing::Test {
+  protected:
+    IntfIdTableDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    [[noreturn]] static void leave() { std::exit(HasFailure() ? 1 : 0); }
+};
+
+TEST_F(IntfIdTableDeathTest, IdsTakeTheirNamesFromTheChosenTable) {
+    auto choose = [] {
+        EXPECT_EQ(IntfId("").name(), "") << "the empty name is no obstacle";
+        auto table = std::make_unique<Zinc::IntfNameTable>(3);
+        table->idOf("Vlan20");
+        Zinc::intfNameTableIs(std::move(table));
+        EXPECT_EQ(IntfId("Vlan20").name(), "Vlan20");
+        EXPECT_EQ(Zinc::intfNameTable().size(), 2u);
+        IntfId vlan30("Vlan30");
+        EXPECT_EQ(Zinc::intfNameTable().name(2), "Vlan30");
+        expectRangeError([] { IntfId one("Vlan2"); }, "Zinc::IntfId::names > 3 not allowed");
+        leave();
+    };
+    EXPECT_EXIT(choose(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(IntfIdTableDeathTest, TheTableIsChosenBeforeAnyNameIsInterned) {
+    auto chooseLate = [] {
+        IntfId intfId("Vlan1");
+        Zinc::intfNameTableIs(std::make_unique<Zinc::IntfNameTable>());
+    };
+    EXPECT_DEATH(chooseLate(), "assertion failed \"no interface name interned yet\"");
 }
 
 } // namespace
