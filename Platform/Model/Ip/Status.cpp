@@ -18,8 +18,17 @@ void IpIntfStatus::dumpState(Vela::DumpContext& context, int indent) const {
     }
 }
 
-Vela::Ptr<IpIntfStatus> Status::ipIntfStatusIs(Zinc::IntfId intfId) {
-    return ipIntfStatus_.findOrAdd(intfId, [&] { return Vela::make<IpIntfStatus>(intfId); });
+Vela::Ptr<IpIntfStatus> Status::ipIntfStatusIs(Zinc::IntfId intfId, const L3::VrfName& vrfName) {
+    Vela::Ptr<IpIntfStatus> old = ipIntfStatus_.value(intfId);
+    if (old && old->vrfName() == vrfName) {
+        return old;
+    }
+    auto added = Vela::make<IpIntfStatus>(intfId, vrfName);
+    ipIntfStatus_.set(intfId, added);
+    if (old) {
+        old->destroy();
+    }
+    return added;
 }
 
 void Status::ipIntfStatusDel(Zinc::IntfId intfId) {

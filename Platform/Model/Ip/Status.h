@@ -13,7 +13,8 @@ class IpIntfStatus final : public Vela::Entity {
   public:
     using AddrCollection = Vela::Set<AddrWithMask>;
 
-    explicit IpIntfStatus(Zinc::IntfId intfId) : intfId_(intfId) {}
+    IpIntfStatus(Zinc::IntfId intfId, L3::VrfName vrfName)
+        : intfId_(intfId), vrfName_(std::move(vrfName)) {}
 
     const char* typeName() const noexcept override { return "Ip::IpIntfStatus"; }
     void formatDerivedType(std::ostream& out) const override;
@@ -21,9 +22,7 @@ class IpIntfStatus final : public Vela::Entity {
 
     Zinc::IntfId intfId() const { return intfId_; }
 
-    const L3::VrfName& vrfName() const { return vrfName_.get(); }
-    const Vela::Attribute<L3::VrfName>& vrfNameAttribute() const { return vrfName_; }
-    void vrfNameIs(const L3::VrfName& vrfName) { vrfName_.set(vrfName); }
+    const L3::VrfName& vrfName() const { return vrfName_; }
 
     /// The primary address; zero for none.
     const AddrWithMask& activeAddrWithMask() const { return activeAddrWithMask_.get(); }
@@ -46,7 +45,7 @@ class IpIntfStatus final : public Vela::Entity {
 
   private:
     const Zinc::IntfId intfId_;
-    Vela::Attribute<L3::VrfName> vrfName_;
+    const L3::VrfName vrfName_;
     Vela::Attribute<AddrWithMask> activeAddrWithMask_;
     AddrCollection activeSecondaryWithMask_;
 };
@@ -63,7 +62,8 @@ class Status final : public Vela::Entity {
     Vela::Ptr<IpIntfStatus> ipIntfStatus(Zinc::IntfId intfId) const {
         return ipIntfStatus_.value(intfId);
     }
-    Vela::Ptr<IpIntfStatus> ipIntfStatusIs(Zinc::IntfId intfId);
+    /// An interface that moves to another VRF gets a new entry, announced as one change.
+    Vela::Ptr<IpIntfStatus> ipIntfStatusIs(Zinc::IntfId intfId, const L3::VrfName& vrfName);
     void ipIntfStatusDel(Zinc::IntfId intfId);
     void ipIntfStatusDelAll();
 

@@ -17,8 +17,17 @@ void IntfStatus::dumpState(Vela::DumpContext& context, int indent) const {
     }
 }
 
-Vela::Ptr<IntfStatus> Status::intfIs(Zinc::IntfId intfId) {
-    return intf_.findOrAdd(intfId, [&] { return Vela::make<IntfStatus>(intfId); });
+Vela::Ptr<IntfStatus> Status::intfIs(Zinc::IntfId intfId, const L3::VrfName& vrfName) {
+    Vela::Ptr<IntfStatus> old = intf_.value(intfId);
+    if (old && old->vrfName() == vrfName) {
+        return old;
+    }
+    auto added = Vela::make<IntfStatus>(intfId, vrfName);
+    intf_.set(intfId, added);
+    if (old) {
+        old->destroy();
+    }
+    return added;
 }
 
 void Status::intfDel(Zinc::IntfId intfId) {

@@ -13,7 +13,8 @@ class IntfStatus final : public Vela::Entity {
   public:
     using AddrCollection = Vela::Set<Ip::AddrWithMask>;
 
-    explicit IntfStatus(Zinc::IntfId intfId) : intfId_(intfId) {}
+    IntfStatus(Zinc::IntfId intfId, L3::VrfName vrfName)
+        : intfId_(intfId), vrfName_(std::move(vrfName)) {}
 
     const char* typeName() const noexcept override { return "Ip6::IntfStatus"; }
     void formatDerivedType(std::ostream& out) const override;
@@ -21,9 +22,7 @@ class IntfStatus final : public Vela::Entity {
 
     Zinc::IntfId intfId() const { return intfId_; }
 
-    const L3::VrfName& vrfName() const { return vrfName_.get(); }
-    const Vela::Attribute<L3::VrfName>& vrfNameAttribute() const { return vrfName_; }
-    void vrfNameIs(const L3::VrfName& vrfName) { vrfName_.set(vrfName); }
+    const L3::VrfName& vrfName() const { return vrfName_; }
 
     /// In the order of the addresses.
     const AddrCollection& addrCollection() const { return addr_; }
@@ -33,7 +32,7 @@ class IntfStatus final : public Vela::Entity {
 
   private:
     const Zinc::IntfId intfId_;
-    Vela::Attribute<L3::VrfName> vrfName_;
+    const L3::VrfName vrfName_;
     AddrCollection addr_;
 };
 
@@ -47,7 +46,8 @@ class Status final : public Vela::Entity {
 
     const IntfCollection& intfCollection() const { return intf_; }
     Vela::Ptr<IntfStatus> intf(Zinc::IntfId intfId) const { return intf_.value(intfId); }
-    Vela::Ptr<IntfStatus> intfIs(Zinc::IntfId intfId);
+    /// An interface that moves to another VRF gets a new entry, announced as one change.
+    Vela::Ptr<IntfStatus> intfIs(Zinc::IntfId intfId, const L3::VrfName& vrfName);
     void intfDel(Zinc::IntfId intfId);
     void intfDelAll();
 

@@ -5,6 +5,8 @@
 #include "Platform/State/DumpContext.h"
 
 #include <gtest/gtest.h>
+
+#include <functional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -97,22 +99,21 @@ void expectSet(E& entity, const Collection& (E::*collection)() const, void (E::*
 
 /// Expects a collection of children that starts empty, finds or creates them, and ends their lives
 /// with their entries and with `entity`, whose life it ends.
-template <class E, class Child, class Collection, class GetArgument, class KeyArgument,
-          class DelArgument, class KeyOf>
+template <class E, class Child, class Collection, class GetArgument, class Is, class DelArgument,
+          class KeyOf>
 void expectChildren(E& entity, const Collection& (E::*collection)() const,
-                    Vela::Ptr<Child> (E::*get)(GetArgument) const,
-                    Vela::Ptr<Child> (E::*is)(KeyArgument), void (E::*del)(DelArgument),
-                    void (E::*delAll)(), KeyOf keyOf, const typename Collection::Key& a,
-                    const typename Collection::Key& b) {
+                    Vela::Ptr<Child> (E::*get)(GetArgument) const, Is is,
+                    void (E::*del)(DelArgument), void (E::*delAll)(), KeyOf keyOf,
+                    const typename Collection::Key& a, const typename Collection::Key& b) {
     const Collection& children = (entity.*collection)();
     ASSERT_EQ(children.count(), 0u);
     EXPECT_EQ((entity.*get)(a), nullptr);
     std::vector<typename Collection::Key> seen, expected;
     auto reaction = children.react(nullptr, [&](const auto& key) { seen.push_back(key); });
 
-    Vela::Ptr<Child> first = (entity.*is)(a);
+    Vela::Ptr<Child> first = std::invoke(is, entity, a);
     EXPECT_EQ(((*first).*keyOf)(), a);
-    EXPECT_EQ((entity.*is)(a), first);
+    EXPECT_EQ(std::invoke(is, entity, a), first);
     EXPECT_EQ((entity.*get)(a), first);
     EXPECT_EQ((entity.*get)(b), nullptr);
     expected = {a};
@@ -133,9 +134,9 @@ void expectChildren(E& entity, const Collection& (E::*collection)() const,
     expected = {a, a};
     EXPECT_EQ(seen, expected);
 
-    Vela::Ptr<Child> again = (entity.*is)(a);
+    Vela::Ptr<Child> again = std::invoke(is, entity, a);
     EXPECT_NE(again, first);
-    Vela::Ptr<Child> second = (entity.*is)(b);
+    Vela::Ptr<Child> second = std::invoke(is, entity, b);
     (entity.*delAll)();
     EXPECT_TRUE(again->destroyed());
     EXPECT_TRUE(second->destroyed());
@@ -143,7 +144,7 @@ void expectChildren(E& entity, const Collection& (E::*collection)() const,
     expected = {a, a, a, b, a, b};
     EXPECT_EQ(seen, expected);
 
-    Vela::Ptr<Child> last = (entity.*is)(a);
+    Vela::Ptr<Child> last = std::invoke(is, entity, a);
     entity.destroy();
     EXPECT_TRUE(last->destroyed());
     EXPECT_EQ(children.count(), 0u);

@@ -73,11 +73,9 @@ TEST(AddrWithMaskTest, Forms) {
 }
 
 TEST_F(IpStatusTest, IpIntfStatus) {
-    auto intf = make<Ip::IpIntfStatus>(vlan10_);
-    EXPECT_TRUE(intf->vrfName().empty());
+    auto intf = make<Ip::IpIntfStatus>(vlan10_, "red");
+    EXPECT_EQ(intf->vrfName(), "red");
     EXPECT_TRUE(intf->activeAddrWithMask().isZero());
-    expectAttribute(*intf, &Ip::IpIntfStatus::vrfNameAttribute, &Ip::IpIntfStatus::vrfName,
-                    &Ip::IpIntfStatus::vrfNameIs, "red");
     expectAttribute(*intf, &Ip::IpIntfStatus::activeAddrWithMaskAttribute,
                     &Ip::IpIntfStatus::activeAddrWithMask, &Ip::IpIntfStatus::activeAddrWithMaskIs,
                     addr1_);
@@ -88,16 +86,14 @@ TEST_F(IpStatusTest, IpIntfStatus) {
 }
 
 TEST_F(IpStatusTest, Ip6IntfStatus) {
-    auto intf = make<Ip6::IntfStatus>(vlan10_);
-    EXPECT_TRUE(intf->vrfName().empty());
-    expectAttribute(*intf, &Ip6::IntfStatus::vrfNameAttribute, &Ip6::IntfStatus::vrfName,
-                    &Ip6::IntfStatus::vrfNameIs, "red");
+    auto intf = make<Ip6::IntfStatus>(vlan10_, "red");
+    EXPECT_EQ(intf->vrfName(), "red");
     expectSet(*intf, &Ip6::IntfStatus::addrCollection, &Ip6::IntfStatus::addrIs,
               &Ip6::IntfStatus::addrDel, &Ip6::IntfStatus::addrDelAll, addr1_, addr6_);
 }
 
 TEST_F(IpStatusTest, PrimaryAndSecondaryAddressesAnnounceApart) {
-    auto intf = make<Ip::IpIntfStatus>(vlan10_);
+    auto intf = make<Ip::IpIntfStatus>(vlan10_, "red");
     unsigned primary = 0, secondary = 0;
     auto first = intf->activeAddrWithMaskAttribute().react(nullptr, [&] { ++primary; });
     auto second =
@@ -106,18 +102,48 @@ TEST_F(IpStatusTest, PrimaryAndSecondaryAddressesAnnounceApart) {
     EXPECT_EQ(primary, 1u);
     EXPECT_EQ(secondary, 0u);
     intf->activeSecondaryWithMaskIs(addr1_);
-    intf->vrfNameIs("red");
     EXPECT_EQ(primary, 1u);
     EXPECT_EQ(secondary, 1u);
 }
 
+/// The ...Is of a directory of interfaces, for interfaces of one VRF.
+template <class Directory, class Entry>
+auto inRed(Vela::Ptr<Entry> (Directory::*is)(IntfId, const L3::VrfName&)) {
+    return [is](Directory& directory, IntfId intfId) { return (directory.*is)(intfId, "red"); };
+}
+
+TEST_F(IpStatusTest, AnInterfaceThatMovesToAnotherVrfIsReplaced) {
+    auto status = make<Ip::Status>();
+    auto old = status->ipIntfStatusIs(vlan10_, "red");
+    old->activeAddrWithMaskIs(addr1_);
+    unsigned announced = 0;
+    auto reaction = status->ipIntfStatusCollection().react(nullptr, [&](IntfId intfId) {
+        ++announced;
+        EXPECT_EQ(status->ipIntfStatus(intfId)->vrfName(), "blue");
+        EXPECT_FALSE(old->destroyed());
+    });
+    EXPECT_EQ(status->ipIntfStatusIs(vlan10_, "red"), old);
+    EXPECT_EQ(announced, 0u);
+    auto moved = status->ipIntfStatusIs(vlan10_, "blue");
+    EXPECT_EQ(announced, 1u);
+    EXPECT_NE(moved, old);
+    EXPECT_TRUE(moved->activeAddrWithMask().isZero());
+    EXPECT_TRUE(old->destroyed());
+
+    auto status6 = make<Ip6::Status>();
+    auto old6 = status6->intfIs(vlan10_, "red");
+    EXPECT_EQ(status6->intfIs(vlan10_, "red"), old6);
+    EXPECT_EQ(status6->intfIs(vlan10_, "blue")->vrfName(), "blue");
+    EXPECT_TRUE(old6->destroyed());
+}
+
 TEST_F(IpStatusTest, Children) {
     expectChildren(*make<Ip::Status>(), &Ip::Status::ipIntfStatusCollection,
-                   &Ip::Status::ipIntfStatus, &Ip::Status::ipIntfStatusIs,
+                   &Ip::Status::ipIntfStatus, inRed(&Ip::Status::ipIntfStatusIs),
                    &Ip::Status::ipIntfStatusDel, &Ip::Status::ipIntfStatusDelAll,
                    &Ip::IpIntfStatus::intfId, vlan10_, vlan20_);
     expectChildren(*make<Ip6::Status>(), &Ip6::Status::intfCollection, &Ip6::Status::intf,
-                   &Ip6::Status::intfIs, &Ip6::Status::intfDel, &Ip6::Status::intfDelAll,
+                   inRed(&Ip6::Status::intfIs), &Ip6::Status::intfDel, &Ip6::Status::intfDelAll,
                    &Ip6::IntfStatus::intfId, vlan10_, vlan20_);
     expectChildren(*make<Ip::AllVrfStatusLocal>(), &Ip::AllVrfStatusLocal::vrfCollection,
                    &Ip::AllVrfStatusLocal::vrf, &Ip::AllVrfStatusLocal::vrfIs,
@@ -155,11 +181,10 @@ TEST_F(IpStatusTest, VrfNamesHaveAtMostAHundredBytes) {
 
 TEST_F(IpStatusTest, Dump) {
     auto status = make<Ip::Status>();
-    auto intf = status->ipIntfStatusIs(vlan10_);
-    intf->vrfNameIs("red");
+    auto intf = status->ipIntfStatusIs(vlan10_, "red");
     intf->activeAddrWithMaskIs(addr1_);
     intf->activeSecondaryWithMaskIs(addr2_);
-    status->ipIntfStatusIs(vlan20_);
+    status->ipIntfStatusIs(vlan20_, "");
     EXPECT_EQ(dump(*status, 2), "  Ip::Status\n"
                                 "    ipIntfStatus[] #2\n"
                                 "      Ip::IpIntfStatus Vlan10\n"
@@ -173,7 +198,7 @@ TEST_F(IpStatusTest, Dump) {
                                 "        activeSecondaryWithMask[] #0\n");
 
     auto status6 = make<Ip6::Status>();
-    status6->intfIs(vlan10_)->vrfNameIs("red");
+    status6->intfIs(vlan10_, "red");
     status6->intf(vlan10_)->addrIs(addr6_);
     EXPECT_EQ(dump(*status6), "Ip6::Status\n"
                               "  intf[] #1\n"
@@ -194,8 +219,8 @@ TEST_F(IpStatusTest, Dump) {
 
 TEST_F(IpStatusTest, TracesTellThemApart) {
     std::ostringstream out;
-    make<Ip::IpIntfStatus>(vlan10_)->formatTraceObject(out);
-    make<Ip6::IntfStatus>(vlan20_)->formatTraceObject(out);
+    make<Ip::IpIntfStatus>(vlan10_, "red")->formatTraceObject(out);
+    make<Ip6::IntfStatus>(vlan20_, "red")->formatTraceObject(out);
     make<Ip::VrfStatusLocal>("red")->formatTraceObject(out);
     EXPECT_EQ(out.str(), "Ip::IpIntfStatus(Vlan10)Ip6::IntfStatus(Vlan20)Ip::VrfStatusLocal(red)");
 }
