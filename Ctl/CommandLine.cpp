@@ -1,6 +1,7 @@
 #include "Ctl/CommandLine.h"
 
 #include "Ctl/ControlClient.h"
+#include "Ctl/ShowCounters.h"
 #include "Ctl/ShowTrace.h"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +21,7 @@ constexpr const char* footer =
     "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
     "\n"
     "  arpsupctl show tech-support > tech.txt   everything the daemon knows, for a support case\n"
+    "  arpsupctl show counters                  what it has counted; also after a crash\n"
     "  arpsupctl trace --last 50                what it did last; also after a crash\n";
 
 constexpr const char* traceFooter =
@@ -49,6 +51,11 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     show->require_subcommand(1);
     show->add_subcommand("tech-support", "The whole state of the daemon, for a support case")
         ->callback([&] { ask("show tech-support"); });
+    bool all = false;
+    CLI::App* counters =
+        show->add_subcommand("counters", "What the agent has counted, from shared memory");
+    counters->add_flag("--all", all, "Those at zero, too");
+    counters->callback([&] { status = showCounters(runtimeDirectory, all, out, errors); });
 
     TraceRequest request;
     CLI::App* trace = app.add_subcommand("trace", "Prints the ring-buffer file: the latest events");

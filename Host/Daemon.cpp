@@ -1,0 +1,162 @@
+#include "Host/Daemon.h"
+
+#include "Host/StartError.h"
+#include "Platform/Agent/AgentFactory.h"
+#include "Platform/Agent/Toggle.h"
+#include "Platform/State/DumpContext.h"
+#include "Platform/Trace/Swiftlog.h"
+#include "Platform/Trace/Trace.h"
+#include "Platform/Value/IntfNameTable.h"
+
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <tuple>
+#include <utility>
+
+namespace Host {
+
+namespace {
+
+constexpr const char* agentName = "ArpSuppression";
+constexpr const char* techSupport = "show tech-support";
+/// What agents call the command behind it.
+constexpr const char* techSupportCallback = "showTechSupport";
+
+void say(const std::string& text) {
+    std::fprintf(stderr, "arpsupd: %s\n", text.c_str());
+}
+
+/// Beside the program, as the build has it, or where an installation has it.
+std::string agentLibraryBeside() {
+    std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    for (const char* place : {"../ArpSuppression", "../lib/arpsup", "."}) {
+        auto library = program / place / "libArpSuppression.so";
+        if (std::filesystem::exists(library)) {
+            return library.lexically_normal().string();
+        }
+    }
+    throw StartError("there is no libArpSuppression.so near " + program.string() +
+                     ": name it with agent_library");
+}
+
+void setTrace(const Configuration& configuration) {
+    // Level 0 says what is wrong, and is never switched off.
+    std::string levels = "*=0";
+    if (!configuration.trace.empty()) {
+        levels += "," + configuration.trace;
+    }
+    for (const std::string& problem : Vela::traceLevelsIs(levels)) {
+        say("trace: " + problem);
+    }
+}
+
+} // namespace
+
+Daemon::Daemon(Configuration configuration, std::string configurationFile)
+    : configuration_(std::move(configuration)), configurationFile_(std::move(configurationFile)),
+      runtimeDirectory_(configuration_.runtimeDirectory), scheduler_(makeScheduler()),
+      loop_(scheduler_),
+      statusImage_(runtimeDirectory_.path("status"),
+                   ArpSuppression::ArpSuppressionStatus::imageBytes) {
+    signals_ = Vela::make<SignalDescriptor>(
+        scheduler_, [this] { loop_.stop(); }, [this] { reload(); });
+    tableService_ =
+        Vela::make<Quarry::TableService>(scheduler_, runtimeDirectory_.path("tables"));
+    entityManager_ = Vela::make<Vela::EntityManager>(scheduler_, tableService_.ptr());
+    if (!statusImage_.replaced().empty()) {
+        say("the status of an earlier run is lost: " + runtimeDirectory_.path("status") + " " +
+            statusImage_.replaced());
+    }
+    state_.emplace(entityManager_.ptr(), statusImage_.bytes());
+    staticEntries_.emplace(*state_);
+    staticEntries_->apply(configuration_);
+    state_->tablesCompleteIs();
+
+    std::string library = configuration_.agentLibrary;
+    agent_ = Vela::loadAgent(library.empty() ? agentLibraryBeside() : library, agentName);
+    agent_->platformIs({scheduler_, entityManager_.ptr(), configuration_.physicalHardware});
+    agent_->doInit();
+
+    controlSocket_ = Vela::make<ControlSocket>(
+        scheduler_, runtimeDirectory_.path("control"), configuration_.control.group,
+        ControlCommands{
+            [this](const std::string& command) { return knows(command); }, techSupport,
+            [this](const std::string& command, int fd) { handleCommand(command, fd); }});
+}
+
+/// The first of all that is built: what is interned and traced from here on has its place.
+Vela::Ptr<Vela::TaskScheduler> Daemon::makeScheduler() {
+    setTrace(configuration_);
+    Vela::toggleDirectoryIs(configuration_.toggleDirectory);
+    Vela::Swiftlog::defaultDirectoryIs(configuration_.logDirectory);
+    Zinc::intfNameTableIs(Zinc::IntfNameTable::ownerOf(runtimeDirectory_.path("interfaces")));
+    return Vela::make<Vela::TaskScheduler>(clock_, Vela::TaskScheduler::Settings());
+}
+
+Daemon::~Daemon() {
+    controlSocket_.reset();
+    agent_.reset(); // it withdraws what it has published, for which it needs everything else
+    staticEntries_.reset();
+    state_.reset();
+    entityManager_.reset();
+    tableService_.reset();
+    Vela::Swiftlog::close();
+}
+
+void Daemon::run() {
+    say("running in " + runtimeDirectory_.path());
+    loop_.run();
+    say("stopping");
+}
+
+void Daemon::reload() {
+    try {
+        Configuration next = readConfiguration(configurationFile_);
+        staticEntries_->apply(next);
+        setTrace(next);
+        auto fixed = [](const Configuration& c) {
+            return std::tie(c.runtimeDirectory, c.logDirectory, c.toggleDirectory, c.agentLibrary,
+                            c.physicalHardware, c.control);
+        };
+        if (fixed(next) != fixed(configuration_)) {
+            say("directories, agent_library, physical_hardware and [control] need a restart");
+        }
+        say("read " + configurationFile_ + " again");
+        configuration_ = std::move(next);
+    } catch (const std::exception& error) {
+        say("the configuration stays as it was:\n" + std::string(error.what()));
+    }
+}
+
+bool Daemon::knows(const std::string& command) const {
+    return command == techSupport;
+}
+
+void Daemon::handleCommand(const std::string& command, int fd) {
+    Vela::DumpContext context(fd);
+    dump(context);
+    if (auto callback = agent_->commandRequestDirSm().callback(techSupportCallback)) {
+        context.flush();
+        callback->handleCommand(fd, command);
+    } else {
+        context.child(0, "agent", agent_.ptr().get());
+    }
+}
+
+void Daemon::dump(Vela::DumpContext& context) const {
+    context.print(0, "arpsupd %s\n", runtimeDirectory_.path().c_str());
+    context.print(2, "configuration=%s\n", configurationFile_.c_str());
+    context.print(2, "turns=%llu\n", static_cast<unsigned long long>(loop_.turns()));
+    context.print(2, "ringBufferFile=%s\n", Vela::Swiftlog::fileName().c_str());
+    context.child(0, "scheduler", scheduler_.get());
+    context.child(0, "controlSocket", controlSocket_.ptr().get());
+    context.child(0, "tableService", tableService_.ptr().get());
+    context.child(0, "entityManager", entityManager_.ptr().get());
+    const auto& entities = entityManager_->entityCollection();
+    for (auto cursor = entities.first(); cursor; ++cursor) {
+        context.child(0, cursor.key().c_str(), cursor.value().get());
+    }
+}
+
+} // namespace Host

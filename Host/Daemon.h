@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Host/Configuration.h"
+#include "Host/ControlSocket.h"
+#include "Host/RuntimeDirectory.h"
+#include "Host/SignalDescriptor.h"
+#include "Host/StaticEntries.h"
+#include "Platform/Agent/Agent.h"
+#include "Platform/Agent/SwitchState.h"
+#include "Platform/Scheduler/ActivityLoop.h"
+#include "Platform/StateDb/PersistedImage.h"
+
+#include <optional>
+#include <string>
+
+namespace Host {
+
+/// arpsupd: the platform of a switch and the agent that runs on it, in one process and one thread.
+/// In the runtime directory it keeps the lock, the tables, the names of interfaces, the published
+/// status and the control socket. One per process.
+class Daemon {
+  public:
+    /// Sets everything up and requests the agent's mounts. `configurationFile` is read again when
+    /// a reload is asked for. Throws StartError, AgentLibraryError and std::system_error with a
+    /// text that says what is in the way.
+    Daemon(Configuration configuration, std::string configurationFile);
+    ~Daemon();
+    Daemon(const Daemon&) = delete;
+    Daemon& operator=(const Daemon&) = delete;
+
+    /// Returns after SIGTERM or SIGINT. SIGHUP reads the configuration again: a file with mistakes
+    /// changes nothing.
+    void run();
+
+  private:
+    Vela::Ptr<Vela::TaskScheduler> makeScheduler();
+    void reload();
+    bool knows(const std::string& command) const;
+    void handleCommand(const std::string& command, int fd);
+    void dump(Vela::DumpContext& context) const;
+
+    Configuration configuration_;
+    const std::string configurationFile_;
+    RuntimeDirectory runtimeDirectory_;
+    Vela::SystemClock clock_;
+    Vela::Ptr<Vela::TaskScheduler> scheduler_;
+    Vela::ActivityLoop loop_;
+    Vela::Owned<SignalDescriptor> signals_;
+    // Outlives the status that it keeps.
+    Vela::PersistedImage statusImage_;
+    Vela::Owned<Quarry::TableService> tableService_;
+    Vela::Owned<Vela::EntityManager> entityManager_;
+    std::optional<Vela::SwitchState> state_;
+    std::optional<StaticEntries> staticEntries_;
+    Vela::Owned<Vela::Agent> agent_;
+    Vela::Owned<ControlSocket> controlSocket_;
+};
+
+} // namespace Host
