@@ -107,7 +107,7 @@ void Conversation::connect() {
 void Conversation::put(std::string_view text) {
     while (!text.empty()) {
         ssize_t count = send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL);
-        if (count < 0 && errno == EPIPE) {
+        if (count < 0 && (errno == EPIPE || errno == ECONNRESET)) {
             return; // it has an answer already
         }
         if (count < 0 && errno != EINTR) {

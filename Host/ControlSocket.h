@@ -21,8 +21,9 @@ struct ControlCommands {
     std::string names;
     /// Writes the answer. Runs in a forked child, at low priority, with the default signal mask and
     /// no descriptors but standard input, output and error and `fd`, which blocks. It sees the
-    /// daemon's state of the moment, and what it changes nobody sees. The child ends when it
-    /// returns or throws; what it has buffered it must have written by then.
+    /// daemon's state of the moment; what it changes nobody sees, but in memory that is shared with
+    /// other processes, where it must change nothing. The child ends when it returns or throws;
+    /// what it has buffered it must have written by then.
     std::function<void(const std::string& command, int fd)> handler;
 };
 

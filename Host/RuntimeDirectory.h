@@ -10,9 +10,9 @@ namespace Host {
 /// host per directory: the lock is held as long as the object lives, and the kernel releases it
 /// when the process dies, however it does. Directory and lock file stay.
 ///
-/// The lock is on the file "lock", which holds the process id of its latest holder in decimal. It
-/// is flock()'s: a forked child that keeps descriptors across its parent's death would keep the
-/// lock, too; exec() closes it.
+/// The lock is flock()'s, on the file "lock", which holds the process id of its latest holder in
+/// decimal. A forked child closes its descriptors, lest it keep the lock when its parent has died;
+/// exec() does so by itself.
 class RuntimeDirectory {
   public:
     /// Creates the directory (mode 0755) and those above it where they are missing. Throws
@@ -24,9 +24,6 @@ class RuntimeDirectory {
     const std::string& path() const { return path_; }
     /// Of a file in it.
     std::string path(const std::string& name) const { return path_ + "/" + name; }
-
-    /// For a forked child to close: it must not hold the lock when its parent is gone.
-    int lockDescriptor() const { return lock_.get(); }
 
   private:
     std::string path_;

@@ -62,7 +62,9 @@ void SignalDescriptor::resetForChild() noexcept {
     // Dispositions first: what is pending must meet the default once it is let through.
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
-    sigaction(SIGPIPE, &standard, nullptr);
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) {
+        sigaction(signal, &standard, nullptr);
+    }
     sigset_t none;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);

@@ -20,7 +20,7 @@ class SignalDescriptor final : public Vela::Entity {
 
     const char* typeName() const noexcept override { return "SignalDescriptor"; }
 
-    /// For a forked child: all signals as a process starts with them. Calls only what is
+    /// For a forked child: none is blocked, and the four above end it. Calls only what is
     /// permitted after fork().
     static void resetForChild() noexcept;
 

@@ -96,7 +96,14 @@ TEST_F(RuntimeDirectoryTest, IsCreatedWithWhatIsAboveIt) {
         EXPECT_EQ(fs::status(created).permissions(), fs::perms(0755)) << created;
     }
     EXPECT_EQ(lockText(), std::to_string(getpid()) + "\n");
-    EXPECT_TRUE(fcntl(directory.lockDescriptor(), F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(RuntimeDirectoryTest, ProgramsThatItsHolderStartsDoNotInheritTheLock) {
+    RuntimeDirectory directory(path_);
+    const std::string look = "ls -l /proc/self/fd | grep -qF " + path_.string();
+    EXPECT_EQ(std::system(("exec 3<" + directory.path("lock") + "; " + look).c_str()), 0)
+        << "can be seen";
+    EXPECT_NE(std::system(look.c_str()), 0);
 }
 
 TEST_F(RuntimeDirectoryTest, WhatIsThereIsLeftAlone) {
@@ -155,16 +162,34 @@ TEST_F(RuntimeDirectoryTest, UnusableDirectories) {
     EXPECT_EQ(errorAt(file / "arpsup"), "runtime directory " + file.string() + ": Not a directory");
     EXPECT_EQ(fs::file_size(file), 1u);
 
-    // Nobody writes there, root included.
-    EXPECT_EQ(errorAt("/proc/arpsup"), "runtime directory /proc/arpsup: No such file or directory");
-    EXPECT_EQ(errorAt("/proc/self"), "/proc/self/lock: No such file or directory");
-
     fs::create_directories(path_ / "lock");
     EXPECT_EQ(errorAt(path_), (path_ / "lock").string() + ": Is a directory");
     fs::remove(path_ / "lock");
     fs::create_symlink(file, path_ / "lock");
     EXPECT_EQ(errorAt(path_), (path_ / "lock").string() + ": Too many levels of symbolic links");
     EXPECT_EQ(fs::file_size(file), 1u) << "what it points to is not touched";
+}
+
+TEST_F(RuntimeDirectoryTest, ADirectoryThatMayNotBeWrittenTo) {
+    fs::create_directory(path_);
+    fs::permissions(path_, fs::perms(0555));
+    fs::permissions(parent_, fs::perms(0555));
+    pid_t pid = fork();
+    if (pid == 0) {
+        // Root may write everywhere.
+        if (geteuid() == 0 && setuid(65534) != 0) {
+            _exit(1);
+        }
+        EXPECT_EQ(errorAt(path_), (path_ / "lock").string() + ": Permission denied");
+        EXPECT_EQ(errorAt(parent_ / "new"),
+                  "runtime directory " + (parent_ / "new").string() + ": Permission denied");
+        _exit(HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+    fs::permissions(parent_, fs::perms(0755));
+    fs::permissions(path_, fs::perms(0755));
 }
 
 } // namespace
