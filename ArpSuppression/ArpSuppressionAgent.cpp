@@ -3,6 +3,7 @@
 #include "ArpSuppression/ArpSuppressionTrace.h"
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/Swiftlog.h"
+#include "Platform/Trace/SwiftlogType.h"
 
 #include <cstdlib>
 #include <utility>
@@ -24,6 +25,16 @@ constexpr const char* vrfIdMapPath = "vrf/vrfIdMapStatus";
 constexpr const char* allVrfStatusLocalPath = "ip/vrf/status/local"; // of the cell
 constexpr const char* allIntfStatusDirPath = "interface/status/all";
 constexpr const char* allIntfStatusLocalDirPath = "interface/status/local"; // of the cell
+
+struct MountsComplete {
+    bool allMounted;
+    uint32_t staleVlans;
+};
+const Vela::SwiftlogType<MountsComplete> mountsCompleteRecord{
+    "ArpSuppression/ArpSuppressionAgent",
+    "doMountsComplete",
+    1,
+    {{"allMounted=", &MountsComplete::allMounted}, {" staleVlans=", &MountsComplete::staleVlans}}};
 
 } // namespace
 
@@ -69,11 +80,13 @@ void ArpSuppressionAgent::doInit() {
     mountGroup_->close();
 }
 
-void ArpSuppressionAgent::doMountsComplete(Vela::MountStatus,
+void ArpSuppressionAgent::doMountsComplete(Vela::MountStatus mountStatus,
                                            const Vela::Ptr<Vela::EntityManager>& entityManager) {
     TRACE(trace, 8, this, "doMountsComplete");
     // What an earlier run published must not pass for this run's.
     auto status = entityManager->writableEntity<ArpSuppressionStatus>(statusPath);
+    auto staleVlans = static_cast<uint32_t>(status ? status->vlanIds() : 0);
+    mountsCompleteRecord.write({mountStatus == Vela::MountStatus::complete, staleVlans});
     if (status) {
         status->vlanIdDelAll();
     }

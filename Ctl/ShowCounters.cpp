@@ -38,7 +38,7 @@ int showCounters(const std::string& runtimeDirectory, bool all, std::ostream& ou
             ArpSuppression::ArpSuppressionCounterId id{number};
             auto counter = counters.find({id});
             if (counters.trouble() != Quarry::Outcome::absent) {
-                errors << "arpsupctl: counter " << number
+                errors << "error: counter " << number
                        << " cannot be read: " << toString(counters.trouble()) << '\n';
                 return 1;
             }
@@ -49,11 +49,11 @@ int showCounters(const std::string& runtimeDirectory, bool all, std::ostream& ou
         }
         std::string text = standstill(counters);
         if (!text.empty()) {
-            errors << "arpsupctl: " << text << '\n';
+            errors << "note: " << text << '\n';
         }
         return out.flush() ? 0 : 1;
     } catch (const Quarry::TableError& error) {
-        errors << "arpsupctl: " << error.what() << "; did an agent ever run in " << runtimeDirectory
+        errors << "error: " << error.what() << "; did an agent ever run in " << runtimeDirectory
                << "?\n";
         return 1;
     }

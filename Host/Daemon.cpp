@@ -56,13 +56,11 @@ void setTrace(const Configuration& configuration) {
 Daemon::Daemon(Configuration configuration, std::string configurationFile)
     : configuration_(std::move(configuration)), configurationFile_(std::move(configurationFile)),
       runtimeDirectory_(configuration_.runtimeDirectory), scheduler_(makeScheduler()),
-      loop_(scheduler_),
-      statusImage_(runtimeDirectory_.path("status"),
-                   ArpSuppression::ArpSuppressionStatus::imageBytes) {
+      loop_(scheduler_), statusImage_(runtimeDirectory_.path("status"),
+                                      ArpSuppression::ArpSuppressionStatus::imageBytes) {
     signals_ = Vela::make<SignalDescriptor>(
         scheduler_, [this] { loop_.stop(); }, [this] { reload(); });
-    tableService_ =
-        Vela::make<Quarry::TableService>(scheduler_, runtimeDirectory_.path("tables"));
+    tableService_ = Vela::make<Quarry::TableService>(scheduler_, runtimeDirectory_.path("tables"));
     entityManager_ = Vela::make<Vela::EntityManager>(scheduler_, tableService_.ptr());
     if (!statusImage_.replaced().empty()) {
         say("the status of an earlier run is lost: " + runtimeDirectory_.path("status") + " " +
@@ -77,6 +75,7 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
     agent_ = Vela::loadAgent(library.empty() ? agentLibraryBeside() : library, agentName);
     agent_->platformIs({scheduler_, entityManager_.ptr(), configuration_.physicalHardware});
     agent_->doInit();
+    ringBufferFile_ = Vela::Swiftlog::fileName(); // which a forked child has not open
 
     controlSocket_ = Vela::make<ControlSocket>(
         scheduler_, runtimeDirectory_.path("control"), configuration_.control.group,
@@ -148,7 +147,7 @@ void Daemon::dump(Vela::DumpContext& context) const {
     context.print(0, "arpsupd %s\n", runtimeDirectory_.path().c_str());
     context.print(2, "configuration=%s\n", configurationFile_.c_str());
     context.print(2, "turns=%llu\n", static_cast<unsigned long long>(loop_.turns()));
-    context.print(2, "ringBufferFile=%s\n", Vela::Swiftlog::fileName().c_str());
+    context.print(2, "ringBufferFile=%s\n", ringBufferFile_.c_str());
     context.child(0, "scheduler", scheduler_.get());
     context.child(0, "controlSocket", controlSocket_.ptr().get());
     context.child(0, "tableService", tableService_.ptr().get());

@@ -53,6 +53,7 @@ class Daemon {
     std::optional<Vela::SwitchState> state_;
     std::optional<StaticEntries> staticEntries_;
     Vela::Owned<Vela::Agent> agent_;
+    std::string ringBufferFile_;
     Vela::Owned<ControlSocket> controlSocket_;
 };
 

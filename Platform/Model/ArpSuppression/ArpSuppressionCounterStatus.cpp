@@ -87,6 +87,7 @@ ArpSuppressionCounterStatus::ArpSuppressionCounterStatus(const Quarry::TableSite
     for (uint32_t number = 0; number < arpSuppressionCounters; ++number) {
         counter_.set({{ArpSuppressionCounterId(number)}});
     }
+    completeIs(true);
 }
 
 void ArpSuppressionCounterStatus::increment(ArpSuppressionCounterId id) {
