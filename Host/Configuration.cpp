@@ -399,7 +399,9 @@ Configuration parseConfiguration(std::string_view text, std::string_view fileNam
     ConfigurationMistakes mistakes;
     Configuration configuration;
     if (text.size() > configurationFileBytes) {
-        mistakes.add(FilePlace(), "is longer than 1048576 bytes", "a shorter file");
+        mistakes.add(FilePlace(),
+                     "is longer than " + std::to_string(configurationFileBytes) + " bytes",
+                     "a configuration");
         throw mistakes.error(fileName);
     }
     ConfigurationTable tree = parseConfigurationTree(text, mistakes);

@@ -245,6 +245,20 @@ class FirstOfTwo {
     toml::parse_result before_;
 };
 
+void addTwice(const Twice& twice, bool asSomethingElse, ConfigurationMistakes& mistakes) {
+    if (!asSomethingElse) {
+        mistakes.addTwice(twice.second, quoted(twice.name), twice.first);
+        return;
+    }
+    std::string name = printable(twice.name);
+    mistakes.add(twice.second,
+                 quoted(twice.name) + " stands here as something else than in line " +
+                     std::to_string(twice.first.line),
+                 "[" + name + "] once, or [[" + name + "]] any number of times");
+}
+
+constexpr std::string_view redefine = "cannot redefine";
+
 /// The parser says "Error while parsing WHAT: expected THIS, saw THAT" or, after the colon, what
 /// is wrong.
 void addParseError(std::string_view description, FilePlace place, ConfigurationMistakes& mistakes) {
@@ -256,17 +270,18 @@ void addParseError(std::string_view description, FilePlace place, ConfigurationM
         what = wrong.substr(start.size(), colon - start.size());
         wrong.remove_prefix(colon + 2);
     }
-    constexpr std::array scalars{"boolean", "integer", "floating-point", "date", "time",
-                                 "inf",     "nan",     "value"};
-    bool isScalar = std::any_of(scalars.begin(), scalars.end(), [&](std::string_view scalar) {
-        return what.find(scalar) != what.npos;
-    });
+    constexpr std::array<std::string_view, 8> scalars{
+        "boolean", "integer", "floating-point", "date", "time", "inf", "nan", "value"};
+    bool isScalar = std::any_of(scalars.begin(), scalars.end(),
+                                [&](std::string_view scalar) { return what.ends_with(scalar); });
     std::string hint = isScalar ? " (texts, addresses among them, stand in double quotes)" : "";
     size_t saw = wrong.rfind(", saw ");
     if (wrong.starts_with(expected) && saw != wrong.npos) {
         mistakes.add(place,
                      "in the " + printable(what) + " stands " + printable(wrong.substr(saw + 6)),
                      printable(wrong.substr(expected.size(), saw - expected.size())) + hint);
+    } else if (wrong.starts_with(redefine)) {
+        mistakes.add(place, printable(wrong), "each key and each table once");
     } else if (wrong == "encountered end-of-file") {
         mistakes.add(place, "the file ends within the " + printable(what), "the rest of it" + hint);
     } else {
@@ -293,9 +308,9 @@ ConfigurationTable parseConfigurationTree(std::string_view text, ConfigurationMi
     }
     const toml::parse_error& error = parsed.error();
     std::string_view description = error.description();
-    if (description.find("cannot redefine") != description.npos) {
+    if (description.find(redefine) != description.npos) {
         if (auto twice = FirstOfTwo(text, error.source().begin).find()) {
-            mistakes.addTwice(twice->second, quoted(twice->name), twice->first);
+            addTwice(*twice, description.find(" as ") != description.npos, mistakes);
             return {};
         }
     }
