@@ -152,7 +152,7 @@ struct TextAtLine {
 
 TextAtLine textAtLine(std::string_view text, size_t number) {
     size_t start = 0;
-    for (size_t line = 1; line < number && start != text.npos; ++line) {
+    for (size_t line = 1; line < number; ++line) {
         start = text.find('\n', start) + 1;
     }
     std::string_view rest = text.substr(start);
