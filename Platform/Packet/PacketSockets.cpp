@@ -1,0 +1,60 @@
+#include "Platform/Packet/PacketSockets.h"
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+
+namespace Vela {
+
+namespace {
+
+sockaddr_ll linkLayerAddress(uint16_t protocol, uint32_t ifIndex) {
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(protocol);
+    address.sll_ifindex = static_cast<int>(ifIndex);
+    return address;
+}
+
+class KernelSockets final : public PacketSockets {
+  public:
+    UniqueFd open(uint16_t protocol) override {
+        return UniqueFd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(protocol)));
+    }
+    int bind(int fd, uint16_t protocol, uint32_t ifIndex) override {
+        sockaddr_ll address = linkLayerAddress(protocol, ifIndex);
+        static_assert(sizeof(sockaddr_ll) == 20);
+        return ::bind(fd, asSockaddr(address), sizeof address);
+    }
+    bool send(int fd, uint16_t protocol, uint32_t ifIndex,
+              std::span<const uint8_t> frame) override {
+        sockaddr_ll address = linkLayerAddress(protocol, ifIndex);
+        ssize_t sent = sendto(fd, frame.data(), frame.size(), MSG_DONTWAIT, asSockaddr(address),
+                              sizeof address);
+        return sent == static_cast<ssize_t>(frame.size());
+    }
+
+  private:
+    static const sockaddr* asSockaddr(const sockaddr_ll& address) {
+        return static_cast<const sockaddr*>(static_cast<const void*>(&address));
+    }
+};
+
+PacketSockets*& chosen() {
+    static PacketSockets* sockets = nullptr;
+    return sockets;
+}
+
+} // namespace
+
+PacketSockets& packetSockets() {
+    static KernelSockets kernel;
+    return chosen() ? *chosen() : kernel;
+}
+
+void packetSocketsIs(PacketSockets* sockets) {
+    chosen() = sockets;
+}
+
+} // namespace Vela

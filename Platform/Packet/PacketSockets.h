@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Platform/Base/UniqueFd.h"
+
+#include <cstdint>
+#include <span>
+
+namespace Vela {
+
+/// Where raw packet sockets come from: the kernel, or a test's own ports. Calls that fail leave the
+/// reason in `errno`.
+class PacketSockets {
+  public:
+    virtual ~PacketSockets() = default;
+
+    /// A raw packet socket of the thread's network namespace for an Ethernet protocol in host byte
+    /// order; with 0 it receives nothing. Owns nothing when it failed.
+    virtual UniqueFd open(uint16_t protocol) = 0;
+    /// Restricts a socket to one interface. Returns 0, or -1.
+    virtual int bind(int fd, uint16_t protocol, uint32_t ifIndex) = 0;
+    /// Sends a whole frame out of an interface. Returns whether the kernel took it.
+    virtual bool send(int fd, uint16_t protocol, uint32_t ifIndex,
+                      std::span<const uint8_t> frame) = 0;
+};
+
+/// Those in use: the kernel's, unless others were chosen.
+PacketSockets& packetSockets();
+/// They must outlive their use; null chooses the kernel's.
+void packetSocketsIs(PacketSockets* sockets);
+
+} // namespace Vela
