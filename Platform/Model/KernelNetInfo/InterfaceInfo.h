@@ -5,6 +5,7 @@
 #include "Platform/State/Collection.h"
 
 #include <map>
+#include <optional>
 #include <string>
 
 namespace KernelNetInfo {
@@ -46,6 +47,7 @@ class InterfaceInfo final : public Vela::Entity {
 
   private:
     void handleInterface(IfIndex ifIndex);
+    std::optional<InterfaceStatus> interfaceOf(const std::string& deviceName) const;
 
     Vela::Ptr<const Status> status_;
     Vela::Ptr<Root> root_;
