@@ -40,7 +40,8 @@ class NetNsIntfStatusManager final : public Vela::Entity {
     };
 
     void handleIntf(Zinc::IntfId intfId);
-    void react(Zinc::IntfId intfId, Known& known);
+    void react(Zinc::IntfId intfId, const IntfStatus& status);
+    void release(const std::string& deviceName, Zinc::IntfId intfId);
     void update(const std::string& deviceName);
     void withdraw(const std::string& deviceName, uint32_t ifIndex);
     std::string deviceNameOf(Zinc::IntfId intfId) const;
