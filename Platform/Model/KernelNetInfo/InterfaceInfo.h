@@ -31,7 +31,8 @@ class Root final : public Vela::Entity {
     InterfaceCollection interface_;
 };
 
-/// Keeps a namespace's interfaces by name while the kernel renames, removes and recreates them. The
+/// Keeps a namespace's interfaces by name while the kernel renames, removes and recreates them. Of
+/// two that have one name for a while the one that changed last counts, until it leaves it. The
 /// status may be empty; then there are none.
 class InterfaceInfo final : public Vela::Entity {
   public:
