@@ -27,7 +27,9 @@ struct Key {
 };
 
 constexpr uint64_t staying = 100;
-constexpr uint64_t coming = 1000; // these come and go
+constexpr uint64_t busy = 3;      // of these, change all the time
+constexpr uint64_t coming = 1000; // these come and go, many at a time
+constexpr uint64_t fickle = 20;   // and these, from `absent` down, each on its own
 constexpr uint64_t absent = 1'000'000;
 
 struct Record {
@@ -36,7 +38,7 @@ struct Record {
 
     Key key;
     uint64_t version = 0;
-    std::array<uint64_t, 6> derived{};
+    std::array<uint64_t, 30> derived{}; // many, so that copying them takes its time
 
     static Record of(uint64_t number, uint64_t version) {
         Record record{{number}, version, {}};
@@ -47,7 +49,7 @@ struct Record {
     }
     bool sound() const { return derived == of(key.number, version).derived; }
 };
-static_assert(sizeof(Record) == 64);
+static_assert(sizeof(Record) == 256);
 
 class Writer {
   public:
@@ -71,7 +73,8 @@ class Writer {
     bool del(uint64_t number) { return writer_.del(hashOf(number), &number); }
 
     /// Some hundred changes: what comes grows, by turns, to a few and to many, and goes again;
-    /// what stays is changed beside it.
+    /// what stays is changed beside it. The fickle keys have the records that are removed used
+    /// again at once, at other places of the list.
     void blow() {
         const uint64_t most = random_() % 4 == 0 ? 2000 : 16;
         if (growing_) {
@@ -85,6 +88,12 @@ class Writer {
                 change();
             }
         }
+        for (int i = 0; i < 200; ++i) {
+            const uint64_t number = absent - 1 - random_() % fickle;
+            if (!del(number)) {
+                set(number);
+            }
+        }
         growing_ = there_ == 0 || (growing_ && there_ < most);
     }
 
@@ -93,9 +102,10 @@ class Writer {
         return static_cast<uint32_t>(Key{number}.hash(mapping_.header().hashSeed));
     }
     void change() {
-        if (random_() % 2 == 0) {
+        if (random_() % 4 == 0) {
             set(random_() % staying);
         }
+        set(random_() % busy);
     }
 
     const Quarry::TableMapping mapping_;
@@ -120,7 +130,9 @@ class Reader {
     void round() {
         for (int i = 0; i < 50; ++i) {
             look(random_() % staying);
+            look(random_() % busy);
             look(coming + random_() % 20);
+            look(absent - 1 - random_() % fickle);
             look(absent + random_() % 1000);
         }
         walk();

@@ -36,11 +36,14 @@ const char* toString(Outcome outcome) {
 //   enter a record    write it, link it
 //   remove a record   unlink it, count the unlinking; only then may it be written again
 //   change a record   odd number, payload, even number
+//   enter a bucket    write it, link it, count it among the buckets
+//   remove a bucket   the same backwards, with an unlinking counted before it is unlinked and after
 // Who strays, from a record that was removed into whatever it became, has seen a word that was
 // stored after its unlinking was counted, and finds the count changed. If the count has not
-// changed, every node passed was in the list, and a link that was followed led to the next node
-// there was at that moment. A payload that was read while it was written has at least one word that
-// was stored after the odd number, and finds the number changed.
+// changed, every node passed was in the list, a link that was followed led to the next node there
+// was at that moment, and no bucket that was there at the beginning was missed. A payload that was
+// read while it was written has at least one word that was stored after the odd number, and finds
+// the number changed.
 
 TableView::Step TableView::locate(const Target& target, uint64_t* payload) const {
     const auto& unlinks = mapping_.header().unlinks;

@@ -228,8 +228,10 @@ void TableWriter::removeBuckets() {
                              "to != Format::endLink && !(to & Format::bucketLink)");
             link = &mapping_.record(to - 1).next;
         }
-        // In this order: nobody comes upon a bucket beyond the count but the very next one.
+        // Counted twice: who still expects the bucket must notice that it is gone, and who still
+        // comes upon it that it is one too many.
         header.bucketCount.store(removed, release);
+        add(header.unlinks, uint64_t{1});
         link->store(mapping_.bucket(removed).load(own), release);
         add(header.unlinks, uint64_t{1});
     }
