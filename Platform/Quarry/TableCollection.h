@@ -51,9 +51,13 @@ struct Words {
         return words;
     }
     static T to(const Array& words) {
-        std::array<std::byte, sizeof(T)> bytes;
-        std::memcpy(bytes.data(), words.data(), bytes.size());
-        return std::bit_cast<T>(bytes);
+        if constexpr (sizeof(T) == sizeof(Array)) {
+            return std::bit_cast<T>(words);
+        } else {
+            std::array<std::byte, sizeof(T)> bytes;
+            std::memcpy(bytes.data(), words.data(), bytes.size());
+            return std::bit_cast<T>(bytes);
+        }
     }
 };
 

@@ -27,8 +27,9 @@
 /// A record's sequence number is odd while the writer is at it: a payload is good if the number
 /// was even before and is the same after. Hash and link of a record in the list need no such
 /// care: the one does not change, the other is a word. A record that is linked never moves.
-/// `unlinks` goes up whenever a record or bucket has left the list and before it enters it again:
-/// a reader believes what it saw only if the number stayed the same from beginning to end.
+/// `unlinks` goes up whenever a record or bucket has left the list and before it enters it again,
+/// and between the lowering of `bucketCount` and the bucket's leaving: a reader believes what it
+/// saw only if the number stayed the same from beginning to end.
 namespace Quarry::Format {
 
 constexpr uint64_t magic = 0x31595252'41555121; // "!QUARRY1"

@@ -103,6 +103,13 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
         }
         const Format::Record& record = mapping_.record(number);
         uint32_t hash = record.hash.load(acquire);
+        if (hash == target.hash && target.which == Which::same) [[likely]] {
+            // What was asked for needs no look at the order, and other keys of its hash are rare.
+            Outcome outcome = readRecord(record, payload);
+            if (outcome != Outcome::found || compareKeys(payload, target.key) == 0) {
+                return {outcome, hash};
+            }
+        }
         if (reversed(hash) < order || missedBucketOf(hash)) {
             return corrupt;
         }
