@@ -58,9 +58,10 @@ SwitchState::~SwitchState() {
 }
 
 Ptr<KernelNetInfo::Status> SwitchState::kernelNetInfoIs(const std::string& netNs) {
-    auto [found, added] = kernelNetInfo_.try_emplace(netNs);
-    if (added) {
-        found->second = table<KernelNetInfo::Status>(KernelNetInfo::statusPath(netNs));
+    auto found = kernelNetInfo_.find(netNs);
+    if (found == kernelNetInfo_.end()) {
+        auto status = table<KernelNetInfo::Status>(KernelNetInfo::statusPath(netNs));
+        found = kernelNetInfo_.emplace(netNs, std::move(status)).first;
     }
     return found->second;
 }
