@@ -25,8 +25,9 @@ constexpr const char* footer =
     "  arpsupctl trace --last 50                what it did last; also after a crash\n";
 
 constexpr const char* traceFooter =
-    "Works without the daemon, also after a crash: then look at FILE.1 as well, where a restarted\n"
-    "daemon has kept what its predecessor wrote. A line is: time (UTC), level, unit, event.\n";
+    "Works without the daemon, also after a crash. A restarted daemon begins a new file: what its\n"
+    "predecessor wrote stands beside it, under the number of that process or as FILE.1.\n"
+    "A line is: time (UTC), level, unit, event.\n";
 
 } // namespace
 

@@ -5,8 +5,10 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <iomanip>
 #include <ostream>
+#include <system_error>
 
 namespace Ctl {
 
@@ -19,7 +21,8 @@ std::string standstill(const Quarry::AttachedTable<Counter>& counters) {
     if (counters.closed()) {
         return "arpsupd has stopped; these are its counters at the end";
     }
-    bool alive = kill(static_cast<pid_t>(counters.writerPid()), 0) == 0 || errno == EPERM;
+    auto pid = static_cast<pid_t>(counters.writerPid());
+    bool alive = pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
     if (!alive) {
         return "arpsupd (process " + std::to_string(counters.writerPid()) +
                ") is dead; these are its counters at the end";
@@ -27,34 +30,53 @@ std::string standstill(const Quarry::AttachedTable<Counter>& counters) {
     return {};
 }
 
+const char* reason(Quarry::Outcome outcome) {
+    return outcome == Quarry::Outcome::writerDead ? "arpsupd died while it wrote it"
+                                                  : "the table is damaged";
+}
+
 } // namespace
 
 int showCounters(const std::string& runtimeDirectory, bool all, std::ostream& out,
                  std::ostream& errors) {
+    const std::string file = runtimeDirectory + "/tables/arpSuppression/counter/counter";
+    if (std::error_code error; !std::filesystem::exists(file, error) && !error) {
+        errors << "error: there are no counters: no agent has run in " << runtimeDirectory << '\n';
+        return 1;
+    }
     try {
-        Quarry::AttachedTable<Counter> counters(runtimeDirectory +
-                                                "/tables/arpSuppression/counter/counter");
+        Quarry::AttachedTable<Counter> counters(file);
+        int status = 0;
+        bool any = false;
         for (uint32_t number = 0; number < ArpSuppression::arpSuppressionCounters; ++number) {
             ArpSuppression::ArpSuppressionCounterId id{number};
-            auto counter = counters.find({id});
-            if (counters.trouble() != Quarry::Outcome::absent) {
-                errors << "error: counter " << number
-                       << " cannot be read: " << toString(counters.trouble()) << '\n';
-                return 1;
+            if (auto counter = counters.find({id})) {
+                if (all || counter->count > 0) {
+                    out << std::setw(2) << number << ' ' << std::left << std::setw(36)
+                        << toStrep(id) << std::right << std::setw(12) << counter->count << '\n';
+                    any = true;
+                }
+            } else if (counters.trouble() != Quarry::Outcome::absent) {
+                // Those that can be read are worth having all the same.
+                errors << "error: counter " << number << ' ' << toStrep(id)
+                       << " cannot be read: " << reason(counters.trouble()) << '\n';
+                status = 1;
             }
-            if (counter && (all || counter->count > 0)) {
-                out << std::setw(2) << number << ' ' << std::left << std::setw(36) << toStrep(id)
-                    << std::right << std::setw(12) << counter->count << '\n';
-            }
+        }
+        if (!any && status == 0) {
+            errors << "note: nothing has been counted yet\n";
         }
         std::string text = standstill(counters);
         if (!text.empty()) {
             errors << "note: " << text << '\n';
         }
-        return out.flush() ? 0 : 1;
+        if (!out.flush()) {
+            errors << "error: the counters cannot be written\n";
+            return 1;
+        }
+        return status;
     } catch (const Quarry::TableError& error) {
-        errors << "error: " << error.what() << "; did an agent ever run in " << runtimeDirectory
-               << "?\n";
+        errors << "error: " << error.what() << '\n';
         return 1;
     }
 }

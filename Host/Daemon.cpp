@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <tuple>
+#include <unistd.h>
 #include <utility>
 
 namespace Host {
@@ -40,6 +40,32 @@ std::string agentLibraryBeside() {
                      ": name it with agent_library");
 }
 
+Vela::Ptr<Vela::Agent> loadAgent(const std::string& library) {
+    try {
+        return Vela::loadAgent(library, agentName);
+    } catch (const Vela::AgentLibraryError& error) {
+        throw StartError(std::string("agent_library: ") + error.what());
+    }
+}
+
+/// The keys, for people, that differ between the two and count only at the start.
+std::string changedForRestart(const Configuration& a, const Configuration& b) {
+    const std::pair<const char*, bool> keys[] = {
+        {"runtime_directory", a.runtimeDirectory != b.runtimeDirectory},
+        {"log_directory", a.logDirectory != b.logDirectory},
+        {"toggle_directory", a.toggleDirectory != b.toggleDirectory},
+        {"agent_library", a.agentLibrary != b.agentLibrary},
+        {"physical_hardware", a.physicalHardware != b.physicalHardware},
+        {"[control]", a.control != b.control}};
+    std::string names;
+    for (const auto& [name, changed] : keys) {
+        if (changed) {
+            names += (names.empty() ? "" : ", ") + std::string(name);
+        }
+    }
+    return names;
+}
+
 void setTrace(const Configuration& configuration) {
     // Level 0 says what is wrong, and is never switched off.
     std::string levels = "*=0";
@@ -55,9 +81,10 @@ void setTrace(const Configuration& configuration) {
 
 Daemon::Daemon(Configuration configuration, std::string configurationFile)
     : configuration_(std::move(configuration)), configurationFile_(std::move(configurationFile)),
-      runtimeDirectory_(configuration_.runtimeDirectory), scheduler_(makeScheduler()),
-      loop_(scheduler_), statusImage_(runtimeDirectory_.path("status"),
-                                      ArpSuppression::ArpSuppressionStatus::imageBytes) {
+      process_(getpid()), runtimeDirectory_(configuration_.runtimeDirectory),
+      scheduler_(makeScheduler()), loop_(scheduler_),
+      statusImage_(runtimeDirectory_.path("status"),
+                   ArpSuppression::ArpSuppressionStatus::imageBytes) {
     signals_ = Vela::make<SignalDescriptor>(
         scheduler_, [this] { loop_.stop(); }, [this] { reload(); });
     tableService_ = Vela::make<Quarry::TableService>(scheduler_, runtimeDirectory_.path("tables"));
@@ -68,11 +95,10 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
     }
     state_.emplace(entityManager_.ptr(), statusImage_.bytes());
     staticEntries_.emplace(*state_);
-    staticEntries_->apply(configuration_);
-    state_->tablesCompleteIs();
+    publish(configuration_);
 
     std::string library = configuration_.agentLibrary;
-    agent_ = Vela::loadAgent(library.empty() ? agentLibraryBeside() : library, agentName);
+    agent_ = loadAgent(library.empty() ? agentLibraryBeside() : library);
     agent_->platformIs({scheduler_, entityManager_.ptr(), configuration_.physicalHardware});
     agent_->doInit();
     ringBufferFile_ = Vela::Swiftlog::fileName(); // which a forked child has not open
@@ -109,20 +135,21 @@ void Daemon::run() {
     say("stopping");
 }
 
+void Daemon::publish(const Configuration& configuration) {
+    staticEntries_->apply(configuration);
+    state_->tablesCompleteIs();
+}
+
 void Daemon::reload() {
     try {
         Configuration next = readConfiguration(configurationFile_);
-        staticEntries_->apply(next);
+        publish(next);
         setTrace(next);
-        auto fixed = [](const Configuration& c) {
-            return std::tie(c.runtimeDirectory, c.logDirectory, c.toggleDirectory, c.agentLibrary,
-                            c.physicalHardware, c.control);
-        };
-        if (fixed(next) != fixed(configuration_)) {
-            say("directories, agent_library, physical_hardware and [control] need a restart");
-        }
-        say("read " + configurationFile_ + " again");
-        configuration_ = std::move(next);
+        std::string text = "read " + configurationFile_ + " again";
+        std::string waiting = changedForRestart(configuration_, next);
+        say(waiting.empty()
+                ? text
+                : text + "\narpsupd: changed, but used only after a restart: " + waiting);
     } catch (const std::exception& error) {
         say("the configuration stays as it was:\n" + std::string(error.what()));
     }
@@ -145,6 +172,7 @@ void Daemon::handleCommand(const std::string& command, int fd) {
 
 void Daemon::dump(Vela::DumpContext& context) const {
     context.print(0, "arpsupd %s\n", runtimeDirectory_.path().c_str());
+    context.print(2, "process=%d\n", process_);
     context.print(2, "configuration=%s\n", configurationFile_.c_str());
     context.print(2, "turns=%llu\n", static_cast<unsigned long long>(loop_.turns()));
     context.print(2, "ringBufferFile=%s\n", ringBufferFile_.c_str());

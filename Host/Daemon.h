@@ -12,6 +12,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/types.h>
 
 namespace Host {
 
@@ -21,26 +22,28 @@ namespace Host {
 class Daemon {
   public:
     /// Sets everything up and requests the agent's mounts. `configurationFile` is read again when
-    /// a reload is asked for. Throws StartError, AgentLibraryError and std::system_error with a
-    /// text that says what is in the way.
+    /// a reload is asked for. Throws StartError, Quarry::TableError and std::system_error, with
+    /// a text that says what is in the way.
     Daemon(Configuration configuration, std::string configurationFile);
     ~Daemon();
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
 
-    /// Returns after SIGTERM or SIGINT. SIGHUP reads the configuration again: a file with mistakes
-    /// changes nothing.
+    /// Returns after SIGTERM or SIGINT. SIGHUP reads the configuration again: a file with mistakes,
+    /// or one that there is no room for, changes nothing.
     void run();
 
   private:
     Vela::Ptr<Vela::TaskScheduler> makeScheduler();
+    void publish(const Configuration& configuration);
     void reload();
     bool knows(const std::string& command) const;
     void handleCommand(const std::string& command, int fd);
     void dump(Vela::DumpContext& context) const;
 
-    Configuration configuration_;
+    const Configuration configuration_; // as it was at the start
     const std::string configurationFile_;
+    const pid_t process_; // a forked child has another
     RuntimeDirectory runtimeDirectory_;
     Vela::SystemClock clock_;
     Vela::Ptr<Vela::TaskScheduler> scheduler_;

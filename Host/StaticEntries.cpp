@@ -1,10 +1,12 @@
 #include "Host/StaticEntries.h"
 
-#include <algorithm>
+#include "Platform/Base/Hash.h"
+
 #include <map>
 #include <net/if.h>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -25,42 +27,60 @@ void withdrawGone(const Before& before, const After& after, Withdraw withdraw) {
     }
 }
 
-/// The id of each VRF: the one that is configured, 0 for "default", the lowest free one otherwise.
-std::map<std::string, Vrf::VrfId> vrfIds(const Configuration& configuration) {
+std::map<std::string, Vrf::VrfId> vrfIds(const Configuration& configuration,
+                                         const std::map<std::string, Vrf::VrfId>& before) {
     std::map<std::string, Vrf::VrfId> ids;
-    std::set<uint32_t> taken;
+    std::set<Vrf::VrfId> taken;
+    auto give = [&](const VrfConfiguration& vrf, Vrf::VrfId id) {
+        if (id.isValid() && !ids.contains(vrf.name.bytes()) && taken.insert(id).second) {
+            ids[vrf.name.bytes()] = id;
+        }
+    };
     for (const VrfConfiguration& vrf : configuration.vrfs) {
-        if (vrf.id.isValid()) {
-            ids[vrf.name.bytes()] = vrf.id;
-            taken.insert(vrf.id.value());
+        give(vrf, vrf.id);
+    }
+    for (const VrfConfiguration& vrf : configuration.vrfs) {
+        if (vrf.name == "default") {
+            give(vrf, Vrf::VrfId(0));
         }
     }
     for (const VrfConfiguration& vrf : configuration.vrfs) {
-        uint32_t id = vrf.name == "default" ? 0 : 1;
-        while (taken.contains(id)) {
-            ++id;
+        if (auto kept = before.find(vrf.name.bytes()); kept != before.end()) {
+            give(vrf, kept->second);
         }
-        if (ids.try_emplace(vrf.name.bytes(), id).second) {
-            taken.insert(id);
+    }
+    uint32_t lowest = 1;
+    for (const VrfConfiguration& vrf : configuration.vrfs) {
+        while (!ids.contains(vrf.name.bytes())) {
+            give(vrf, Vrf::VrfId(lowest++));
         }
     }
     return ids;
 }
 
-std::map<std::string, std::string> netNsOfVrfs(const Configuration& configuration) {
-    std::map<std::string, std::string> netNs;
+std::set<std::string> namespaces(const Configuration& configuration) {
+    std::set<std::string> names;
     for (const VrfConfiguration& vrf : configuration.vrfs) {
-        netNs[vrf.name.bytes()] = vrf.networkNamespace;
+        names.insert(vrf.networkNamespace);
     }
-    return netNs;
+    return names;
 }
 
-/// Ports are in the default namespace, routed interfaces in that of their VRF.
-std::string netNsOf(const InterfaceConfiguration& interface, const Configuration& configuration) {
-    auto netNs = netNsOfVrfs(configuration);
-    auto found = netNs.find(interface.isRouted() ? interface.vrfName().bytes() : "default");
-    return found == netNs.end() ? "default" : found->second;
-}
+/// The namespaces of interfaces: that of its VRF for a routed one, else that of "default".
+class InterfaceNamespaces {
+  public:
+    explicit InterfaceNamespaces(const Configuration& configuration) {
+        for (const VrfConfiguration& vrf : configuration.vrfs) {
+            ofVrf_[vrf.name] = vrf.networkNamespace;
+        }
+    }
+    const std::string& of(const InterfaceConfiguration& interface) const {
+        return ofVrf_.at(interface.vrfName());
+    }
+
+  private:
+    std::map<L3::VrfName, std::string> ofVrf_;
+};
 
 Ip::VrfState stateOf(VrfState state) {
     switch (state) {
@@ -152,15 +172,32 @@ void setIpv6(Vela::SwitchState& state, const InterfaceConfiguration& interface) 
         [&](const auto& addr) { status->addrDel(addr); });
 }
 
+using SubInterfaceKey = std::pair<std::string, std::string>; // parent and name
+
+std::map<SubInterfaceKey, Brant::IntfEncap> subInterfaces(const Configuration& configuration) {
+    using Bridging::VlanTag;
+    std::map<SubInterfaceKey, Brant::IntfEncap> all;
+    for (const InterfaceConfiguration& interface : configuration.interfaces) {
+        if (const auto& sub = interface.subInterface) {
+            VlanTag outer(VlanTag::dot1q, sub->outerVlan.value());
+            VlanTag inner =
+                sub->innerVlan ? VlanTag(VlanTag::dot1q, sub->innerVlan.value()) : VlanTag();
+            all.try_emplace({sub->parent, interface.name}, outer, inner);
+        }
+    }
+    return all;
+}
+
 /// The kernel interfaces by namespace and index.
 std::map<std::pair<std::string, uint32_t>, KernelNetInfo::InterfaceStatus>
 kernelInterfaces(const Configuration& configuration) {
+    const InterfaceNamespaces netNs(configuration);
     std::map<std::pair<std::string, uint32_t>, KernelNetInfo::InterfaceStatus> all;
     for (const InterfaceConfiguration& interface : configuration.interfaces) {
         if (interface.ifindex) {
             uint32_t flags = interface.running ? IFF_UP | IFF_RUNNING : 0u;
-            all.try_emplace({netNsOf(interface, configuration), *interface.ifindex},
-                            *interface.ifindex, interface.device, flags, Zinc::EthAddr());
+            all.try_emplace({netNs.of(interface), *interface.ifindex}, *interface.ifindex,
+                            interface.device, flags, Zinc::EthAddr());
         }
     }
     return all;
@@ -175,24 +212,28 @@ std::vector<Record> records(const Entries& entries, RecordOf recordOf) {
     return all;
 }
 
-/// Removes the records of `before` whose keys are gone, and sets those of `after`.
+/// Removes the records of `before` whose keys are gone, and sets those of `after`; of several with
+/// one key the first.
 template <class Record, class Del, class Is>
 void replaceRecords(const std::vector<Record>& before, const std::vector<Record>& after, Del del,
                     Is is) {
-    constexpr uint64_t seed = 0;
-    std::multimap<uint64_t, const Record*> kept;
+    using Key = typename Record::Key;
+    struct KeyHash {
+        size_t operator()(const Key& key) const { return key.hash(Vela::processHashSeed()); }
+    };
+    std::unordered_set<Key, KeyHash> kept;
     for (const Record& record : after) {
-        kept.emplace(record.key.hash(seed), &record);
+        kept.insert(record.key);
     }
     for (const Record& record : before) {
-        auto [first, last] = kept.equal_range(record.key.hash(seed));
-        if (std::none_of(first, last,
-                         [&](const auto& entry) { return entry.second->key == record.key; })) {
+        if (!kept.contains(record.key)) {
             del(record.key);
         }
     }
     for (const Record& record : after) {
-        is(record);
+        if (kept.erase(record.key) > 0) {
+            is(record);
+        }
     }
 }
 
@@ -209,12 +250,11 @@ std::vector<Bridging::QuarryFdbStatus> fdbRecords(const Configuration& configura
         });
 }
 
-std::vector<Arp::Table::ArpEntry> neighborRecords(const Configuration& configuration) {
-    auto ids = vrfIds(configuration);
+std::vector<Arp::Table::ArpEntry> neighborRecords(const Configuration& configuration,
+                                                  const std::map<std::string, Vrf::VrfId>& vrfIds) {
     return records<Arp::Table::ArpEntry>(
         configuration.neighbors, [&](const NeighborConfiguration& n) -> Arp::Table::ArpEntry {
-            auto id = ids.find(n.vrf.bytes());
-            return {{id == ids.end() ? Vrf::VrfId() : id->second, IntfId(n.interface), n.ip},
+            return {{vrfIds.at(n.vrf.bytes()), IntfId(n.interface), n.ip},
                     n.mac,
                     n.isStatic,
                     Arp::ArpSource(n.source)};
@@ -228,18 +268,79 @@ std::vector<ArpSuppression::RemoteBinding> bindingRecords(const Configuration& c
         });
 }
 
-} // namespace
-
-void StaticEntries::apply(const Configuration& configuration) {
-    applyVrfs(configuration);
-    applyInterfaces(configuration);
-    applyBridging(configuration);
-    applyEvpn(configuration);
-    applyTables(configuration);
-    applied_ = configuration;
+/// Throws what a name or a value may lead to, before anything has been changed.
+void checkNames(const Configuration& configuration) {
+    for (const InterfaceConfiguration& interface : configuration.interfaces) {
+        IntfId{interface.name};
+        if (interface.subInterface) {
+            IntfId{interface.subInterface->parent};
+        }
+    }
+    for (const EvpnSegmentConfiguration& segment : configuration.evpn.segments) {
+        IntfId{segment.interface};
+        for (const auto& forwarder : segment.designatedForwarders) {
+            IntfId{forwarder.tunnel};
+        }
+    }
+    for (const FdbConfiguration& fdb : configuration.fdb) {
+        IntfId{fdb.interface};
+    }
+    for (const NeighborConfiguration& neighbor : configuration.neighbors) {
+        IntfId{neighbor.interface};
+    }
+    kernelInterfaces(configuration);
 }
 
-void StaticEntries::applyVrfs(const Configuration& next) {
+} // namespace
+
+StaticEntries::StaticEntries(Vela::SwitchState& state) : state_(state) {
+    applied_.vrfs.clear();
+}
+
+void StaticEntries::apply(const Configuration& configuration) {
+    // What can fail comes first.
+    checkNames(configuration);
+    mountNamespaces(configuration);
+
+    VrfIds nextIds = vrfIds(configuration, vrfIds_);
+    applyVrfs(configuration, nextIds);
+    applyInterfaces(configuration);
+    applyBridging(configuration);
+    applyTables(configuration, nextIds);
+    applyEvpn(configuration);
+    unmountNamespaces(configuration);
+    applied_ = configuration;
+    vrfIds_ = std::move(nextIds);
+}
+
+void StaticEntries::mountNamespaces(const Configuration& next) {
+    const auto before = namespaces(applied_);
+    std::vector<std::string> mounted;
+    try {
+        for (const std::string& netNs : namespaces(next)) {
+            if (!before.contains(netNs)) {
+                state_.kernelNetInfoIs(netNs);
+                mounted.push_back(netNs);
+            }
+        }
+    } catch (const Quarry::TableError&) {
+        for (const std::string& netNs : mounted) {
+            state_.kernelNetInfoDel(netNs);
+        }
+        throw;
+    }
+}
+
+void StaticEntries::unmountNamespaces(const Configuration& next) {
+    const auto after = namespaces(next);
+    for (const std::string& netNs : namespaces(applied_)) {
+        if (!after.contains(netNs)) {
+            state_.kernelNetInfoDel(netNs);
+        }
+    }
+}
+
+void StaticEntries::applyVrfs(const Configuration& next, const VrfIds& nextIds) {
     auto byName = [](const VrfConfiguration& vrf) { return vrf.name.bytes(); };
     auto before = byKey(applied_.vrfs, byName);
     auto after = byKey(next.vrfs, byName);
@@ -250,81 +351,77 @@ void StaticEntries::applyVrfs(const Configuration& next) {
             state_.allVrfStatusLocal->vrfDel(name);
         }
     }
-    auto idsBefore = vrfIds(applied_);
-    auto idsAfter = vrfIds(next);
-    for (const auto& [name, id] : idsBefore) {
-        auto kept = idsAfter.find(name);
-        if (kept == idsAfter.end() || kept->second != id) {
+    for (const auto& [name, id] : vrfIds_) {
+        auto kept = nextIds.find(name);
+        if (kept == nextIds.end() || kept->second != id) {
             state_.vrfIdMap->vrfDel(id);
         }
     }
-    for (const auto& [name, id] : idsAfter) {
+    for (const auto& [name, id] : nextIds) {
         state_.vrfIdMap->vrfIs(id, name);
     }
     for (const auto& [name, vrf] : after) {
-        state_.kernelNetInfoIs(vrf->networkNamespace);
         auto status = state_.allVrfStatusLocal->vrfIs(name);
         status->networkNamespaceIs(vrf->networkNamespace);
-        status->stateIs(stateOf(vrf->state));
+        status->stateIs(stateOf(vrf->state)); // last: whoever sees it active finds the namespace
     }
 }
 
 void StaticEntries::applyInterfaces(const Configuration& next) {
-    auto before = interfacesByName(applied_);
-    auto after = interfacesByName(next);
-    for (const auto& [name, interface] : before) {
-        auto kept = after.find(name);
-        auto subInterface = interface->subInterface;
-        if (subInterface && (kept == after.end() || !kept->second->subInterface ||
-                             kept->second->subInterface->parent != subInterface->parent)) {
-            if (auto parent = state_.intfEncapServiceIntf->parent(IntfId(subInterface->parent))) {
-                parent->subIntfDel(IntfId(name));
-            }
-        }
-        if (kept == after.end()) {
-            state_.ipStatus->ipIntfStatusDel(IntfId(name));
-            state_.ip6Status->intfDel(IntfId(name));
-            state_.allIntfStatusDir->intfStatusDel(IntfId(name));
-            state_.allIntfStatusLocalDir->intfStatusLocalDel(IntfId(name));
+    withdrawInterfaces(next);
+    applyKernelInterfaces(next);
+    const InterfaceNamespaces netNs(next);
+    for (const InterfaceConfiguration& interface : next.interfaces) {
+        IntfId intfId(interface.name);
+        state_.allIntfStatusLocalDir->intfStatusLocalIs(intfId)->netNsIs(netNs.of(interface));
+        state_.allIntfStatusDir->intfStatusIs(intfId)->deviceNameIs(interface.device);
+        setIpv4(state_, interface);
+        setIpv6(state_, interface);
+    }
+    for (const auto& [key, encap] : subInterfaces(next)) {
+        state_.intfEncapServiceIntf->parentIs(IntfId(key.first))
+            ->subIntfIs(IntfId(key.second), encap);
+    }
+    for (const auto& [key, encap] : subInterfaces(applied_)) {
+        auto parent = state_.intfEncapServiceIntf->parent(IntfId(key.first));
+        if (parent && parent->subIntfCollection().count() == 0) {
+            state_.intfEncapServiceIntf->parentDel(IntfId(key.first));
         }
     }
-    auto kernelAfter = kernelInterfaces(next);
-    withdrawGone(kernelInterfaces(applied_), kernelAfter, [&](const auto& key) {
+}
+
+void StaticEntries::withdrawInterfaces(const Configuration& next) {
+    withdrawGone(subInterfaces(applied_), subInterfaces(next), [&](const SubInterfaceKey& key) {
+        if (auto parent = state_.intfEncapServiceIntf->parent(IntfId(key.first))) {
+            parent->subIntfDel(IntfId(key.second));
+        }
+    });
+    withdrawGone(interfacesByName(applied_), interfacesByName(next), [&](const std::string& name) {
+        state_.ipStatus->ipIntfStatusDel(IntfId(name));
+        state_.ip6Status->intfDel(IntfId(name));
+        state_.allIntfStatusDir->intfStatusDel(IntfId(name));
+        state_.allIntfStatusLocalDir->intfStatusLocalDel(IntfId(name));
+    });
+}
+
+void StaticEntries::applyKernelInterfaces(const Configuration& next) {
+    auto after = kernelInterfaces(next);
+    withdrawGone(kernelInterfaces(applied_), after, [&](const auto& key) {
         state_.kernelNetInfoIs(key.first)->interfaceDel(key.second);
     });
-    for (const auto& [key, status] : kernelAfter) {
+    for (const auto& [key, status] : after) {
         state_.kernelNetInfoIs(key.first)->interfaceIs(status);
-    }
-    std::set<std::string> netNsAfter;
-    for (const VrfConfiguration& vrf : next.vrfs) {
-        netNsAfter.insert(vrf.networkNamespace);
-    }
-    for (const VrfConfiguration& vrf : applied_.vrfs) {
-        if (!netNsAfter.contains(vrf.networkNamespace)) {
-            state_.kernelNetInfoDel(vrf.networkNamespace);
-        }
-    }
-    for (const auto& [name, interface] : after) {
-        IntfId intfId(name);
-        state_.allIntfStatusLocalDir->intfStatusLocalIs(intfId)->netNsIs(netNsOf(*interface, next));
-        state_.allIntfStatusDir->intfStatusIs(intfId)->deviceNameIs(interface->device);
-        if (const auto& sub = interface->subInterface) {
-            Bridging::VlanTag inner;
-            if (sub->innerVlan) {
-                inner = Bridging::VlanTag(Bridging::VlanTag::dot1q, sub->innerVlan.value());
-            }
-            Bridging::VlanTag outer(Bridging::VlanTag::dot1q, sub->outerVlan.value());
-            state_.intfEncapServiceIntf->parentIs(IntfId(sub->parent))
-                ->subIntfIs(intfId, Brant::IntfEncap(outer, inner));
-        }
-        setIpv4(state_, *interface);
-        setIpv6(state_, *interface);
     }
 }
 
 void StaticEntries::applyBridging(const Configuration& next) {
-    state_.bridgingConfig->bridgeMacAddrIs(next.bridging.mac.value_or(Zinc::EthAddr()));
-    state_.fhrpVrMacStatus->varpVirtualMacIs(next.fhrp.varpMac.value_or(Zinc::EthAddr()));
+    // Not configured, they may be another's.
+    if (next.bridging.mac != applied_.bridging.mac) {
+        state_.bridgingConfig->bridgeMacAddrIs(next.bridging.mac.value_or(Zinc::EthAddr()));
+    }
+    if (next.fhrp.varpMac != applied_.fhrp.varpMac) {
+        state_.fhrpVrMacStatus->varpVirtualMacIs(next.fhrp.varpMac.value_or(Zinc::EthAddr()));
+    }
     state_.l2VpnConfig->selectiveArpInstallIs(next.l2vpn.selectiveArpInstall);
     auto byVlan = [](const FidConfiguration& fid) { return fid.vlan; };
     auto after = byKey(next.bridging.fids, byVlan);
@@ -384,13 +481,13 @@ void StaticEntries::applyEvpn(const Configuration& next) {
     evpn.mplsConfiguredIs(next.evpn.mpls);
 }
 
-void StaticEntries::applyTables(const Configuration& next) {
+void StaticEntries::applyTables(const Configuration& next, const VrfIds& nextIds) {
     replaceRecords(
         fdbRecords(applied_), fdbRecords(next),
         [&](const auto& key) { state_.bridgingStatus->quarryFdbStatusDel(key); },
         [&](const auto& record) { state_.bridgingStatus->quarryFdbStatusIs(record); });
     replaceRecords(
-        neighborRecords(applied_), neighborRecords(next),
+        neighborRecords(applied_, vrfIds_), neighborRecords(next, nextIds),
         [&](const auto& key) { state_.arpStatus->entryDel(key); },
         [&](const auto& record) { state_.arpStatus->entryIs(record); });
     replaceRecords(

@@ -3,6 +3,9 @@
 #include "Host/Configuration.h"
 #include "Platform/Agent/SwitchState.h"
 
+#include <map>
+#include <string>
+
 namespace Host {
 
 /// Publishes what the configuration says of the switch: for data planes without a provider, for
@@ -10,22 +13,36 @@ namespace Host {
 class StaticEntries {
   public:
     /// The state must outlive this object.
-    explicit StaticEntries(Vela::SwitchState& state) : state_(state) {}
+    explicit StaticEntries(Vela::SwitchState& state);
 
-    /// Goes from the configuration applied before (an empty one at first) to this one: withdraws
-    /// what is gone and then sets what is there. What is the same in both is left alone, and
-    /// nothing announced.
+    /// Goes from the configuration applied before (an empty one at first) to this one, section by
+    /// section: withdraws what is gone and then sets what is there. What is the same in both is
+    /// not announced.
+    ///
+    /// A VRF without a configured id gets one: "default" 0, any other the lowest from 1 on that is
+    /// free, and keeps it as long as no other VRF asks for it. Where entries of [[fdb]] meet
+    /// because their VLANs share a FID, the first one counts.
+    ///
+    /// Throws RangeError or Quarry::TableError if there is no room for the names of its interfaces
+    /// or a namespace's table cannot be made; then nothing has changed.
     void apply(const Configuration& configuration);
 
   private:
-    void applyVrfs(const Configuration& next);
+    using VrfIds = std::map<std::string, Vrf::VrfId>; // by name
+
+    void mountNamespaces(const Configuration& next);
+    void unmountNamespaces(const Configuration& next);
+    void applyVrfs(const Configuration& next, const VrfIds& nextIds);
     void applyInterfaces(const Configuration& next);
+    void withdrawInterfaces(const Configuration& next);
+    void applyKernelInterfaces(const Configuration& next);
     void applyBridging(const Configuration& next);
     void applyEvpn(const Configuration& next);
-    void applyTables(const Configuration& next);
+    void applyTables(const Configuration& next, const VrfIds& nextIds);
 
     Vela::SwitchState& state_;
     Configuration applied_;
+    VrfIds vrfIds_; // of the VRFs applied
 };
 
 } // namespace Host

@@ -25,6 +25,11 @@ Ptr<T> SwitchState::table(const std::string& path) {
 
 SwitchState::SwitchState(Ptr<EntityManager> manager, std::span<uint8_t> statusImage)
     : entityManager(std::move(manager)), tables(entityManager->tableService()->mountGroup()),
+      vrfIdMap(table<Vrf::VrfIdMap::Status>("vrf/vrfIdMapStatus")),
+      arpStatus(table<Arp::Table::Status>("arp/status")),
+      bridgingStatus(table<Quarry::Bridging::Status>("bridging/status")),
+      remoteBindingConfig(
+          table<ArpSuppression::RemoteBindingConfig>("arpSuppression/remoteBindingConfig/evpn")),
       arpSuppressionStatus(
           published<ArpSuppression::ArpSuppressionStatus>("arpSuppression/status", statusImage)),
       arpInputConfig(published<Arp::InputConfig>("arp/input/config/arpSuppression")),
@@ -41,12 +46,7 @@ SwitchState::SwitchState(Ptr<EntityManager> manager, std::span<uint8_t> statusIm
       allIntfStatusDir(
           published<Interface::AllIntfStatusDir>("interface/status/all", "AllIntfStatusDir")),
       allIntfStatusLocalDir(published<Interface::AllIntfStatusLocalDir>(
-          EntityManager::cellPath("interface/status/local"), "AllIntfStatusLocalDir")),
-      vrfIdMap(table<Vrf::VrfIdMap::Status>("vrf/vrfIdMapStatus")),
-      arpStatus(table<Arp::Table::Status>("arp/status")),
-      bridgingStatus(table<Quarry::Bridging::Status>("bridging/status")),
-      remoteBindingConfig(
-          table<ArpSuppression::RemoteBindingConfig>("arpSuppression/remoteBindingConfig/evpn")) {}
+          EntityManager::cellPath("interface/status/local"), "AllIntfStatusLocalDir")) {}
 
 SwitchState::~SwitchState() {
     for (auto cursor = entityManager->entityCollection().first(); cursor; ++cursor) {
@@ -58,9 +58,10 @@ SwitchState::~SwitchState() {
 }
 
 Ptr<KernelNetInfo::Status> SwitchState::kernelNetInfoIs(const std::string& netNs) {
-    auto [found, added] = kernelNetInfo_.try_emplace(netNs);
-    if (added) {
-        found->second = table<KernelNetInfo::Status>(KernelNetInfo::statusPath(netNs));
+    auto found = kernelNetInfo_.find(netNs);
+    if (found == kernelNetInfo_.end()) {
+        auto status = table<KernelNetInfo::Status>(KernelNetInfo::statusPath(netNs));
+        found = kernelNetInfo_.emplace(netNs, std::move(status)).first;
     }
     return found->second;
 }

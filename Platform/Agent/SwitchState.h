@@ -31,13 +31,15 @@ namespace Vela {
 /// so. With this object everything is withdrawn.
 class SwitchState {
   public:
-    /// `statusImage` outlives this object and what it publishes; see ArpSuppressionStatus.
+    /// `statusImage` outlives this object and what it publishes; see ArpSuppressionStatus. Throws
+    /// TableError.
     SwitchState(Ptr<EntityManager> entityManager, std::span<uint8_t> statusImage);
     ~SwitchState();
     SwitchState(const SwitchState&) = delete;
     SwitchState& operator=(const SwitchState&) = delete;
 
-    /// The kernel interfaces of a network namespace; stays mounted until kernelNetInfoDel.
+    /// The kernel interfaces of a network namespace; stays mounted until kernelNetInfoDel. Throws
+    /// TableError if there cannot be such a table.
     Ptr<KernelNetInfo::Status> kernelNetInfoIs(const std::string& netNs);
     void kernelNetInfoDel(const std::string& netNs);
     /// Marks all tables complete, for who fills them by hand.
@@ -45,6 +47,12 @@ class SwitchState {
 
     const Ptr<EntityManager> entityManager;
     const Ptr<Quarry::MountGroup> tables;
+
+    // tables, made first: without one of them nothing is published
+    const Ptr<Vrf::VrfIdMap::Status> vrfIdMap;
+    const Ptr<Arp::Table::Status> arpStatus;
+    const Ptr<Quarry::Bridging::Status> bridgingStatus;
+    const Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig;
 
     // entities
     const Ptr<ArpSuppression::ArpSuppressionStatus> arpSuppressionStatus;
@@ -60,12 +68,6 @@ class SwitchState {
     const Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;
     const Ptr<Interface::AllIntfStatusDir> allIntfStatusDir;
     const Ptr<Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir;
-
-    // tables
-    const Ptr<Vrf::VrfIdMap::Status> vrfIdMap;
-    const Ptr<Arp::Table::Status> arpStatus;
-    const Ptr<Quarry::Bridging::Status> bridgingStatus;
-    const Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig;
 
   private:
     template <class T, class... Args>

@@ -3,12 +3,12 @@
 #include "Platform/State/DumpContext.h"
 
 #include <algorithm>
-#include <vector>
+#include <utility>
 
 namespace Quarry {
 
 ChangeLog::ChangeLog(Vela::Ptr<Vela::TaskScheduler> scheduler, size_t capacity)
-    : scheduler_(std::move(scheduler)), capacity_(capacity), task_() {
+    : scheduler_(std::move(scheduler)), capacity_(capacity) {
     task_ = Vela::make<Vela::Task>(scheduler_, 3, "TableChanges", this, [this] { return drain(); });
 }
 
@@ -54,15 +54,16 @@ Vela::SliceResult ChangeLog::drain() {
 void ChangeLog::announceOldest() {
     uint64_t number = words_[0];
     auto keyBegin = words_.begin() + 2;
-    std::vector<uint64_t> key(keyBegin, keyBegin + static_cast<ptrdiff_t>(words_[1]));
-    words_.erase(words_.begin(), keyBegin + static_cast<ptrdiff_t>(key.size()));
+    auto keyEnd = keyBegin + static_cast<ptrdiff_t>(words_[1]);
+    key_.assign(keyBegin, keyEnd);
+    words_.erase(words_.begin(), keyEnd);
     --entries_;
     ++announced_;
     if (overHalfFull() && entries_ <= capacity_ / 4) {
         overHalfFull_.set(false);
     }
     if (auto found = listeners_.find(number); found != listeners_.end()) {
-        found->second->handleChange(key.data());
+        found->second->handleChange(key_.data());
     }
 }
 

@@ -9,6 +9,7 @@
 #include <deque>
 #include <span>
 #include <unordered_map>
+#include <vector>
 
 namespace Quarry {
 
@@ -46,7 +47,8 @@ class ChangeLog final : public Vela::Entity {
     size_t entries() const { return entries_; }
     size_t mostEntries() const { return mostEntries_; }
     size_t capacity() const { return capacity_; }
-    /// True from more than half the capacity on until a quarter is left. Announces a change.
+    /// True from more than half the capacity on until a quarter is left. Announces a change, from
+    /// within the write that makes it true.
     bool overHalfFull() const { return overHalfFull_.get(); }
     const Vela::Attribute<bool>& overHalfFullAttribute() const { return overHalfFull_; }
 
@@ -62,6 +64,7 @@ class ChangeLog final : public Vela::Entity {
     std::unordered_map<uint64_t, ChangeListener*> listeners_;
     uint64_t lastNumber_ = 0;
     std::deque<uint64_t> words_; // listener, number of key words, key, listener, …
+    std::vector<uint64_t> key_;  // being announced
     size_t entries_ = 0;
     size_t mostEntries_ = 0;
     uint64_t announced_ = 0;

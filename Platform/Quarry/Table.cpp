@@ -16,6 +16,7 @@ namespace {
 TableShape declared(TableShape shape, const CollectionDeclaration* declaration) {
     if (declaration) {
         shape.capacity = declaration->size;
+        shape.allocateAll = !declaration->mayGrow;
     }
     return shape;
 }
@@ -46,6 +47,19 @@ void Table::completeIs(bool complete) {
     complete_.set(complete);
 }
 
+void Table::declarationsCompare(const std::vector<CollectionDeclaration>& declarations) const {
+    for (const CollectionDeclaration& late : declarations) {
+        auto found = std::find_if(collections_.begin(), collections_.end(),
+                                  [&](const auto* c) { return c->name() == late.name; });
+        if (found != collections_.end() && ((*found)->mapping().capacity() != late.size ||
+                                            (*found)->mapping().allAllocated() == late.mayGrow)) {
+            TRACE(trace, 0, this,
+                  late.name << " was made before its declaration: it holds "
+                            << (*found)->mapping().capacity() << ", not " << late.size);
+        }
+    }
+}
+
 void Table::handleDestroy() noexcept {
     for (CollectionFile* collection : collections_) {
         collection->closedIs();
@@ -62,15 +76,19 @@ CollectionFile::CollectionFile(Table& table, const char* name, const TableShape&
     : table_(table), name_(name),
       mapping_(TableMapping::create(table.site_.directory + "/" + table.path() + "/" + name,
                                     declared(shape, table.declaration(name)))),
-      writer_(mapping_, table.declaration(name) && !table.declaration(name)->mayGrow) {
+      writer_(mapping_) {
     table_.collections_.push_back(this);
 }
 
 CollectionFile::~CollectionFile() {
-    if (listener_) {
-        table_.site_.changeLog->listenerDel(listener_);
-    }
+    closedIs(); // not done yet if the table could not be made
     std::erase(table_.collections_, this);
+}
+
+void CollectionFile::closedIs() noexcept {
+    closed_ = true;
+    writer_.closedIs();
+    table_.site_.changeLog->listenerDel(listener_);
 }
 
 void CollectionFile::handleTrouble(Outcome outcome) const {
@@ -80,6 +98,9 @@ void CollectionFile::handleTrouble(Outcome outcome) const {
 }
 
 bool CollectionFile::write(uint32_t hash, const uint64_t* payload, bool observed) {
+    if (closed_) {
+        return false;
+    }
     Written written = writer_.set(hash, payload);
     if (written == Written::full) {
         ++refusals_;
@@ -93,7 +114,7 @@ bool CollectionFile::write(uint32_t hash, const uint64_t* payload, bool observed
 }
 
 bool CollectionFile::remove(uint32_t hash, const uint64_t* key, bool observed) {
-    bool removed = writer_.del(hash, key);
+    bool removed = !closed_ && writer_.del(hash, key);
     if (observed && removed) {
         log(key);
     }

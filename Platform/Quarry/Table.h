@@ -45,6 +45,9 @@ class Table : public Vela::Entity {
     const Vela::Attribute<bool>& completeAttribute() const { return complete_; }
     void completeIs(bool complete);
 
+    /// Reports in the trace what does not hold of declarations that come after the table was made.
+    void declarationsCompare(const std::vector<CollectionDeclaration>& declarations) const;
+
   protected:
     explicit Table(const TableSite& site) : site_(site) {}
     ~Table() override = default;

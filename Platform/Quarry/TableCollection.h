@@ -5,14 +5,17 @@
 #include "Platform/Quarry/TableWriter.h"
 #include "Platform/State/Notifier.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 namespace Quarry {
 
@@ -48,14 +51,19 @@ struct Words {
         return words;
     }
     static T to(const Array& words) {
-        std::array<std::byte, sizeof(T)> bytes;
-        std::memcpy(bytes.data(), words.data(), bytes.size());
-        return std::bit_cast<T>(bytes);
+        if constexpr (sizeof(T) == sizeof(Array)) {
+            return std::bit_cast<T>(words);
+        } else {
+            std::array<std::byte, sizeof(T)> bytes;
+            std::memcpy(bytes.data(), words.data(), bytes.size());
+            return std::bit_cast<T>(bytes);
+        }
     }
 };
 
 template <TableRecord R>
 TableShape shapeOf(uint32_t capacity) {
+    static_assert(offsetof(R, key) == 0, "a record begins with its key");
     return {R::recordType, sizeof(typename R::Key), sizeof(R), capacity};
 }
 
@@ -111,7 +119,7 @@ class RecordReading {
     std::optional<R> find(const Key& key) const {
         typename Words<R>::Array payload;
         auto words = Words<Key>::from(key);
-        return result(view_.find(hashOf(key), words.data(), payload.data()), payload);
+        return record(view_.find(hashOf(key), words.data(), payload.data()), payload);
     }
     /// The same; a default-constructed one when absent.
     R value(const Key& key) const { return find(key).value_or(R()); }
@@ -119,17 +127,18 @@ class RecordReading {
     /// Every entry that stays is met, in an order of no meaning.
     Cursor first() const {
         typename Words<R>::Array payload;
-        return {*this, result(view_.first(payload.data()), payload)};
+        return {*this, recordAt(view_.first(payload.data()), payload)};
     }
     Cursor atOrAfter(const Key& key) const {
         typename Words<R>::Array payload;
         auto words = Words<Key>::from(key);
-        return {*this, result(view_.atOrAfter(hashOf(key), words.data(), payload.data()), payload)};
+        return {*this,
+                recordAt(view_.atOrAfter(hashOf(key), words.data(), payload.data()), payload)};
     }
     std::optional<R> recordAfter(const Key& key) const {
         typename Words<R>::Array payload;
         auto words = Words<Key>::from(key);
-        return result(view_.after(hashOf(key), words.data(), payload.data()), payload);
+        return recordAt(view_.after(hashOf(key), words.data(), payload.data()), payload);
     }
 
   protected:
@@ -140,7 +149,7 @@ class RecordReading {
     }
 
   private:
-    std::optional<R> result(Outcome outcome, const typename Words<R>::Array& payload) const {
+    std::optional<R> record(Outcome outcome, const typename Words<R>::Array& payload) const {
         if (outcome == Outcome::found) [[likely]] {
             return Words<R>::to(payload);
         }
@@ -148,6 +157,15 @@ class RecordReading {
             trouble_.handleTrouble(outcome);
         }
         return std::nullopt;
+    }
+    /// A record that stands under another hash than its own would send a walk back and forth.
+    std::optional<R> recordAt(TableView::Step step, const typename Words<R>::Array& payload) const {
+        auto found = record(step.outcome, payload);
+        if (found && hashOf(found->key) != step.hash) {
+            trouble_.handleTrouble(Outcome::corrupt);
+            return std::nullopt;
+        }
+        return found;
     }
 
     const TableMapping& mapping_;
@@ -168,7 +186,8 @@ class CollectionFile : public ReadTrouble {
     uint64_t refusals() const { return refusals_; }
 
     void completeIs(bool complete) { writer_.completeIs(complete); }
-    void closedIs() { writer_.closedIs(); }
+    /// Nothing changes and nothing is announced any more: the table's life has ended.
+    void closedIs() noexcept;
 
     void handleTrouble(Outcome outcome) const override;
 
@@ -177,7 +196,7 @@ class CollectionFile : public ReadTrouble {
     ~CollectionFile();
 
     /// Returns whether the table holds the record now; one for which there is no room is traced and
-    /// counted.
+    /// counted. Nothing is written once the table is closed.
     bool write(uint32_t hash, const uint64_t* payload, bool observed);
     bool remove(uint32_t hash, const uint64_t* key, bool observed);
     void listenTo(ChangeListener& listener);
@@ -190,6 +209,7 @@ class CollectionFile : public ReadTrouble {
     const TableMapping mapping_;
     TableWriter writer_;
     uint64_t listener_ = 0;
+    bool closed_ = false;
     mutable uint64_t troubles_ = 0;
     uint64_t refusals_ = 0;
 };
@@ -221,7 +241,8 @@ class TableCollection final : public CollectionFile, public RecordReading<R>, Ch
         return remove(this->hashOf(key), words.data(), notifier_.observed());
     }
 
-    /// See NotifierBase. The callable takes the key. What changed before is not announced.
+    /// See NotifierBase. The callable takes the key. What changed before is not announced, unless
+    /// for the sake of another reaction it waits in the log already.
     template <class Callable>
     [[nodiscard]] Vela::Reaction react(const Vela::Entity* owner, Callable callable) const {
         return notifier_.react(owner, std::move(callable));

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
-/// The file of a table, which processes share by mapping it. Integers are in the machine's order;
-/// everything that changes is an atomic word.
+/// The file of a table, which processes of one machine share by mapping it. Integers are in the
+/// machine's order, least significant byte first; everything that changes is an atomic word.
 ///
 ///     offset 0        Header
 ///     offset 4096     buckets, uint32 each, `bucketCapacity` of them
@@ -17,16 +18,18 @@
 ///
 /// One list runs through all records in the order of (reversed hash, key): the hash with its bits
 /// in reverse, keys compared as their 64-bit words, the last one masked to the key's end. A link
-/// is 0 at the list's end, n + 1 for record n, or 2^31 + n for bucket n: buckets are nodes of the
-/// list, too. Bucket n stands before all records whose reversed hash is not below n with its bits
-/// in reverse, so that looking a key up begins at bucket (hash mod 2^k), or, while there are not
-/// that many buckets, (hash mod 2^(k-1)), and 2^k is the number of buckets rounded up. The first
-/// bucket is the head of the list.
+/// is n + 1 for record n, 2^31 + n for bucket n (buckets are nodes of the list, too), 2^31 - 1 at
+/// the list's end; never 0, so that a page lost is no end of the list. Bucket n stands before all
+/// records whose reversed hash is not below n with its bits in reverse, so that looking a key up
+/// begins at bucket (hash mod 2^k), or, while there are not that many buckets, (hash mod 2^(k-1)),
+/// and 2^k is the number of buckets rounded up. The first bucket is the head of the list.
 ///
-/// A record's sequence number is odd while the writer is at it: what was read is good if the
-/// number was even before and is the same after. A record that is linked never moves. `unlinks`
-/// goes up whenever a record or bucket has left the list: a reader that did not find what it
-/// looked for, or follows the list, believes it only if the number stayed the same.
+/// A record's sequence number is odd while the writer is at it: a payload is good if the number
+/// was even before and is the same after. Hash and link of a record in the list need no such
+/// care: the one does not change, the other is a word. A record that is linked never moves.
+/// `unlinks` goes up whenever a record or bucket has left the list and before it enters it again,
+/// and between the lowering of `bucketCount` and the bucket's leaving: a reader believes what it
+/// saw only if the number stayed the same from beginning to end.
 namespace Quarry::Format {
 
 constexpr uint64_t magic = 0x31595252'41555121; // "!QUARRY1"
@@ -40,7 +43,7 @@ struct Header {
     uint32_t keyBytes;     ///< the front of the payload
     uint32_t payloadBytes; ///< key and value
     uint32_t recordBytes;
-    uint32_t capacity;       ///< records, less than 2^31
+    uint32_t capacity;       ///< records, less than 2^30
     uint32_t bucketCapacity; ///< a power of two
     uint64_t hashSeed;
     uint64_t generation; ///< differs from file to file
@@ -62,18 +65,20 @@ static_assert(offsetof(Header, recordType) == 56);
 static_assert(offsetof(Header, closed) == 120);
 static_assert(offsetof(Header, unlinks) == 144);
 static_assert(std::atomic<uint64_t>::is_always_lock_free);
+static_assert(std::endian::native == std::endian::little, "keys are masked to their first bytes");
 
 struct Record {
     std::atomic<uint32_t> sequence;
     std::atomic<uint32_t> next;
     std::atomic<uint32_t> hash;
-    std::atomic<uint32_t> unused;
+    std::atomic<uint32_t> nextFree; ///< the writer's own
     // The payload follows, in 64-bit words; bytes beyond it are zero.
 };
 static_assert(sizeof(Record) == 16);
 
-constexpr uint32_t endLink = 0;
 constexpr uint32_t bucketLink = 0x80000000;
+constexpr uint32_t endLink = bucketLink - 1;
+constexpr uint32_t maxCapacity = (1u << 30) - 1;
 
 constexpr size_t wordsFor(size_t bytes) {
     return (bytes + 7) / 8;

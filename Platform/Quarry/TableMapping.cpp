@@ -33,6 +33,38 @@ uint32_t recordBytesFor(uint32_t payloadBytes) {
     return static_cast<uint32_t>(sizeof(Format::Record) + Format::wordsFor(payloadBytes) * 8);
 }
 
+size_t fileBytesFor(const TableShape& shape) {
+    return Format::fileBytes(std::bit_ceil(shape.capacity), shape.capacity,
+                             recordBytesFor(shape.payloadBytes));
+}
+
+/// The name of a file until it is a table; a file that does not become one goes.
+class UnfinishedFile {
+  public:
+    explicit UnfinishedFile(std::string path) : path_(std::move(path)) {
+        unlink(path_.c_str()); // left behind by a process that died
+    }
+    ~UnfinishedFile() {
+        if (!path_.empty()) {
+            unlink(path_.c_str());
+        }
+    }
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+    const char* path() const { return path_.c_str(); }
+    bool rename(const std::string& path) {
+        if (::rename(path_.c_str(), path.c_str()) != 0) {
+            return false;
+        }
+        path_.clear();
+        return true;
+    }
+
+  private:
+    std::string path_;
+};
+
 void checkShape(const TableShape& shape) {
     using Vela::assertThat;
     assertThat(!shape.recordType.empty() && shape.recordType.size() < Format::recordTypeBytes,
@@ -44,13 +76,26 @@ void checkShape(const TableShape& shape) {
 
 /// Sets `closed` in the file that a new one has replaced; a file that is no table is left alone.
 void markClosed(int fd) {
-    uint64_t magic = 0;
-    uint32_t closed = 1;
-    if (pread(fd, &magic, sizeof magic, 0) == sizeof magic && magic == Format::magic) {
+    struct {
+        uint64_t magic;
+        uint32_t layoutVersion;
+    } file{};
+    const uint32_t closed = 1;
+    constexpr ssize_t needed = offsetof(Format::Header, layoutVersion) + sizeof(uint32_t);
+    if (pread(fd, &file, needed, 0) == needed && file.magic == Format::magic &&
+        file.layoutVersion == Format::layoutVersion) {
         // Failing that, readers find out by the writer's death.
         [[maybe_unused]] auto written =
             pwrite(fd, &closed, sizeof closed, offsetof(Format::Header, closed));
     }
+}
+
+int allocateRange(int fd, size_t begin, size_t end) {
+    int error = 0;
+    do {
+        error = posix_fallocate(fd, static_cast<off_t>(begin), static_cast<off_t>(end - begin));
+    } while (error == EINTR); // a tmpfs stops at any signal
+    return error;
 }
 
 void fillHeader(Format::Header& header, const TableShape& shape) {
@@ -68,7 +113,7 @@ void fillHeader(Format::Header& header, const TableShape& shape) {
     header.magic = Format::magic;
 }
 
-/// What is wrong with the constant part of a header, or an empty text.
+/// What is wrong with the constant part of a header, or an empty text; `shape` has its capacity.
 std::string faultOf(const Format::Header& header, size_t fileBytes, const TableShape& shape) {
     if (header.magic != Format::magic) {
         return "is no table";
@@ -85,11 +130,11 @@ std::string faultOf(const Format::Header& header, size_t fileBytes, const TableS
         header.recordBytes != recordBytesFor(shape.payloadBytes)) {
         return "has records of another size than " + type + " has here";
     }
-    if (header.capacity == 0 || header.capacity >= Format::bucketLink ||
-        header.bucketCapacity != std::bit_ceil(header.capacity)) {
+    if (shape.capacity == 0 || shape.capacity > Format::maxCapacity ||
+        header.bucketCapacity != std::bit_ceil(shape.capacity)) {
         return "has an impossible capacity";
     }
-    size_t expected = Format::fileBytes(header.bucketCapacity, header.capacity, header.recordBytes);
+    size_t expected = fileBytesFor(shape);
     if (fileBytes < expected) {
         return "is cut off: " + std::to_string(fileBytes) + " of " + std::to_string(expected) +
                " bytes";
@@ -99,18 +144,21 @@ std::string faultOf(const Format::Header& header, size_t fileBytes, const TableS
 
 } // namespace
 
-TableMapping::TableMapping(std::string path, Vela::UniqueFd fd, void* base, size_t bytes)
+TableMapping::TableMapping(std::string path, Vela::UniqueFd fd, void* base, size_t bytes,
+                           const TableShape& shape)
     : path_(std::move(path)), fd_(std::move(fd)), base_(base), bytes_(bytes),
-      keyBytes_(header().keyBytes), capacity_(header().capacity),
-      bucketCapacity_(header().bucketCapacity),
-      payloadWords_(Format::wordsFor(header().payloadBytes)), recordBytes_(header().recordBytes),
+      allAllocated_(shape.allocateAll), capacity_(shape.capacity),
+      bucketCapacity_(std::bit_ceil(shape.capacity)), keyWords_(Format::wordsFor(shape.keyBytes)),
+      payloadWords_(Format::wordsFor(shape.payloadBytes)),
+      recordBytes_(recordBytesFor(shape.payloadBytes)),
       records_(Format::recordsOffset(bucketCapacity_)),
-      lastKeyMask_(keyBytes_ % 8 == 0 ? ~uint64_t{0} : (uint64_t{1} << keyBytes_ % 8 * 8) - 1) {}
+      lastKeyMask_(~uint64_t{0} >> (keyWords_ * 8 - shape.keyBytes) * 8) {}
 
 TableMapping::TableMapping(TableMapping&& other) noexcept
     : path_(std::move(other.path_)), fd_(std::move(other.fd_)),
-      base_(std::exchange(other.base_, nullptr)), bytes_(other.bytes_), keyBytes_(other.keyBytes_),
-      capacity_(other.capacity_), bucketCapacity_(other.bucketCapacity_),
+      base_(std::exchange(other.base_, nullptr)), bytes_(other.bytes_),
+      allAllocated_(other.allAllocated_), capacity_(other.capacity_),
+      bucketCapacity_(other.bucketCapacity_), keyWords_(other.keyWords_),
       payloadWords_(other.payloadWords_), recordBytes_(other.recordBytes_),
       records_(other.records_), lastKeyMask_(other.lastKeyMask_) {}
 
@@ -120,9 +168,14 @@ TableMapping::~TableMapping() {
     }
 }
 
+int TableMapping::allocate(size_t begin, size_t end) const {
+    return allocateRange(fd_.get(), begin, end);
+}
+
 TableMapping TableMapping::create(const std::string& path, const TableShape& shape) {
     checkShape(shape);
-    Vela::assertThat(shape.capacity > 0 && shape.capacity < 1u << 30, "shape.capacity < 1u << 30");
+    Vela::assertThat(shape.capacity > 0 && shape.capacity <= Format::maxCapacity,
+                     "shape.capacity <= Format::maxCapacity");
     std::filesystem::path file(path);
     std::error_code error;
     std::filesystem::create_directories(file.parent_path(), error);
@@ -130,19 +183,18 @@ TableMapping TableMapping::create(const std::string& path, const TableShape& sha
         failWith(path, "cannot make its directory", error.value());
     }
     // Readers find a table under its name only once it is one.
-    std::string unfinished = (file.parent_path() / ("." + file.filename().string())).string();
-    unlink(unfinished.c_str());
-    Vela::UniqueFd fd(open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    UnfinishedFile unfinished((file.parent_path() / ("." + file.filename().string())).string());
+    Vela::UniqueFd fd(open(unfinished.path(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (!fd) {
         failWith(path, "cannot be created", errno);
     }
-    size_t bytes = Format::fileBytes(std::bit_ceil(shape.capacity), shape.capacity,
-                                     recordBytesFor(shape.payloadBytes));
+    const size_t bytes = fileBytesFor(shape);
     if (ftruncate(fd.get(), static_cast<off_t>(bytes)) != 0) {
         failWith(path, "cannot get its size", errno);
     }
     // The header and the first buckets: without them there is no table.
-    if (int failure = posix_fallocate(fd.get(), 0, 2 * Format::pageBytes)) {
+    if (int failure =
+            allocateRange(fd.get(), 0, shape.allocateAll ? bytes : 2 * Format::pageBytes)) {
         failWith(path, "cannot be allocated", failure);
     }
     void* base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
@@ -150,10 +202,11 @@ TableMapping TableMapping::create(const std::string& path, const TableShape& sha
         failWith(path, "cannot be mapped", errno);
     }
     fillHeader(*new (base) Format::Header(), shape);
-    TableMapping mapping(path, std::move(fd), base, bytes);
+    TableMapping mapping(path, std::move(fd), base, bytes, shape);
+    mapping.bucket(0).store(Format::endLink, std::memory_order_release);
 
     Vela::UniqueFd old(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
-    if (rename(unfinished.c_str(), path.c_str()) != 0) {
+    if (!unfinished.rename(path)) {
         failWith(path, "cannot be put in place", errno);
     }
     // Only now: who sees the mark opens the file anew and must find this one.
@@ -163,7 +216,7 @@ TableMapping TableMapping::create(const std::string& path, const TableShape& sha
     return mapping;
 }
 
-TableMapping TableMapping::attach(const std::string& path, const TableShape& shape) {
+TableMapping TableMapping::attach(const std::string& path, TableShape shape) {
     checkShape(shape);
     Vela::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd) {
@@ -181,12 +234,13 @@ TableMapping TableMapping::attach(const std::string& path, const TableShape& sha
     if (base == MAP_FAILED) {
         failWith(path, "cannot be mapped", errno);
     }
+    shape.capacity = static_cast<Format::Header*>(base)->capacity;
     std::string fault = faultOf(*static_cast<Format::Header*>(base), bytes, shape);
     if (!fault.empty()) {
         munmap(base, bytes);
         fail(path, fault);
     }
-    return TableMapping(path, Vela::UniqueFd(), base, bytes);
+    return TableMapping(path, Vela::UniqueFd(), base, bytes, shape);
 }
 
 } // namespace Quarry

@@ -23,26 +23,31 @@ struct TableShape {
     uint32_t keyBytes = 0;
     uint32_t payloadBytes = 0; ///< the key included, which comes first
     uint32_t capacity = 0;
+    bool allocateAll = false; ///< room for all records at once, and no table without it
 };
 
 /// A table's file in memory, until the object goes. The parts that never change have been checked.
 class TableMapping {
   public:
     /// A new, empty, writable table at `path`, in the place of a file that is there, which is
-    /// marked closed. Whoever has that one mapped keeps it. Throws TableError.
+    /// marked closed. Whoever has that one mapped keeps it. Throws TableError, and then leaves what
+    /// is there as it is.
     static TableMapping create(const std::string& path, const TableShape& shape);
 
     /// An existing table, read-only. Throws TableError if there is none, if it is not sound, or
     /// if its records are not `shape`'s (its capacity does not matter).
-    static TableMapping attach(const std::string& path, const TableShape& shape);
+    static TableMapping attach(const std::string& path, TableShape shape);
 
     TableMapping(TableMapping&& other) noexcept;
     TableMapping& operator=(TableMapping&&) = delete;
     ~TableMapping();
 
     const std::string& path() const { return path_; }
-    /// For posix_fallocate; -1 where the table is read-only.
-    int descriptor() const { return fd_.get(); }
+    /// Where the table is writable: makes sure that the file has memory from one offset to another.
+    /// Touching a hole of a full file system would kill the process. Returns errno's number or 0.
+    int allocate(size_t begin, size_t end) const;
+    /// Whether that has been done for all of the file.
+    bool allAllocated() const { return allAllocated_; }
 
     Format::Header& header() const { return *static_cast<Format::Header*>(base_); }
     std::atomic<uint32_t>& bucket(uint32_t number) const {
@@ -54,8 +59,11 @@ class TableMapping {
     static std::atomic<uint64_t>* payload(Format::Record& record) {
         return static_cast<std::atomic<uint64_t>*>(static_cast<void*>(&record + 1));
     }
+    static const std::atomic<uint64_t>* payload(const Format::Record& record) {
+        return static_cast<const std::atomic<uint64_t>*>(static_cast<const void*>(&record + 1));
+    }
 
-    size_t keyWords() const { return Format::wordsFor(keyBytes_); }
+    size_t keyWords() const { return keyWords_; }
     size_t payloadWords() const { return payloadWords_; }
     /// Which bits of a key's last word belong to it.
     uint64_t lastKeyMask() const { return lastKeyMask_; }
@@ -63,19 +71,22 @@ class TableMapping {
     uint32_t bucketCapacity() const { return bucketCapacity_; }
     size_t recordsOffset() const { return records_; }
     size_t recordBytes() const { return recordBytes_; }
+    size_t fileBytes() const { return bytes_; }
 
   private:
-    TableMapping(std::string path, Vela::UniqueFd fd, void* base, size_t bytes);
+    TableMapping(std::string path, Vela::UniqueFd fd, void* base, size_t bytes,
+                 const TableShape& shape);
     void* at(size_t offset) const { return static_cast<std::byte*>(base_) + offset; }
 
     std::string path_;
     Vela::UniqueFd fd_;
     void* base_;
     size_t bytes_;
-    // Copies of what the header says: the writer's process may be another one, and mistaken.
-    uint32_t keyBytes_;
+    // Not read from the header again: the writer's process may be another one, and mistaken.
+    bool allAllocated_;
     uint32_t capacity_;
     uint32_t bucketCapacity_;
+    size_t keyWords_;
     size_t payloadWords_;
     size_t recordBytes_;
     size_t records_;

@@ -40,7 +40,9 @@ Vela::Ptr<Table> TableService::mount(const std::string& path, const char* tableT
                                      std::vector<CollectionDeclaration> declarations,
                                      const Factory& factory) {
     auto found = mounted_.find(path);
-    if (found == mounted_.end()) {
+    if (found != mounted_.end()) {
+        found->second.table->declarationsCompare(declarations);
+    } else {
         try {
             auto table = factory({path, directory_, std::move(declarations), changeLog_});
             found = mounted_.emplace(path, Mounted{std::move(table)}).first;
@@ -73,25 +75,31 @@ void TableService::unmount(const std::string& path) noexcept {
 void MountGroup::dumpState(Vela::DumpContext& context, int indent) const {
     context.print(indent, "Quarry::MountGroup ready=%s\n", ready() ? "yes" : "no");
     for (const auto& [path, mount] : mounts_) {
+        const char* complete = mount.table && mount.table->complete() ? "yes" : "no";
         context.print(indent + 2, "%s %s complete=%s\n",
                       mount.type == MountType::writer ? "writer" : "reader", path.c_str(),
-                      mount.table->complete() ? "yes" : "no");
+                      mount.table ? complete : "not mounted");
     }
 }
 
 void MountGroup::add(const std::string& path, MountType type, Vela::Ptr<Table> table) {
     Vela::assertThat(!closed_, "!closed_");
-    if (!table) {
-        return;
-    }
     Vela::assertThat(!mounts_.contains(path), "!mounts_.contains(path)");
-    auto reaction = table->completeAttribute().react(this, [this] { update(); });
+    Vela::Reaction reaction;
+    if (table) {
+        reaction = table->completeAttribute().react(this, [this] { update(); });
+    }
     mounts_.emplace(path, Mount{type, std::move(table), std::move(reaction)});
 }
 
 void MountGroup::unmount(const std::string& path) {
-    if (mounts_.erase(path) > 0) {
-        service_->unmount(path);
+    auto found = mounts_.find(path);
+    if (found != mounts_.end()) {
+        Mount mount = std::move(found->second);
+        mounts_.erase(found);
+        if (mount.table) {
+            service_->unmount(path);
+        }
         update();
     }
 }
@@ -103,13 +111,17 @@ void MountGroup::close() {
 
 void MountGroup::update() {
     ready_.set(closed_ && std::all_of(mounts_.begin(), mounts_.end(), [](const auto& entry) {
-                   return entry.second.type == MountType::writer || entry.second.table->complete();
+                   const Mount& mount = entry.second;
+                   return mount.table &&
+                          (mount.type == MountType::writer || mount.table->complete());
                }));
 }
 
 void MountGroup::handleDestroy() noexcept {
     for (auto& [path, mount] : std::exchange(mounts_, {})) {
-        service_->unmount(path);
+        if (mount.table) {
+            service_->unmount(path);
+        }
     }
 }
 

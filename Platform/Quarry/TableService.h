@@ -56,8 +56,9 @@ class MountGroup final : public Vela::Entity {
     void dumpState(Vela::DumpContext& context, int indent) const override;
 
     /// Mounts the table at `path`, making it if this is its first mount of either type in the
-    /// process; declarations count then. A table that cannot be made, or that is of another type,
-    /// is reported in the trace and nothing is mounted.
+    /// process; declarations count then, and are reported in the trace if they come too late to be
+    /// true. A table that cannot be made, or that is of another type, is reported, too; nothing is
+    /// mounted, and the group does not become ready with that mount in it.
     template <class T>
     void mount(const std::string& path, MountType type,
                std::vector<CollectionDeclaration> declarations = {}) {
@@ -69,7 +70,8 @@ class MountGroup final : public Vela::Entity {
 
     /// No more mounts: from now on the group can become ready.
     void close();
-    /// Whether the group is closed and all tables that it reads are complete. Announces a change.
+    /// Whether the group is closed, has all its tables, and those that it reads are complete.
+    /// Announces a change.
     bool ready() const { return ready_.get(); }
     const Vela::Attribute<bool>& readyAttribute() const { return ready_; }
 
@@ -91,7 +93,7 @@ class MountGroup final : public Vela::Entity {
   private:
     struct Mount {
         MountType type;
-        Vela::Ptr<Table> table;
+        Vela::Ptr<Table> table; // null if it could not be mounted
         Vela::Reaction completeReaction;
     };
 

@@ -29,133 +29,159 @@ const char* toString(Outcome outcome) {
     return "?";
 }
 
-int TableView::compareKeys(const TableMapping& mapping, const uint64_t* payload,
-                           const uint64_t* key) {
-    size_t last = mapping.keyWords() - 1;
-    for (size_t i = 0; i <= last; ++i) {
-        uint64_t mask = i == last ? mapping.lastKeyMask() : ~uint64_t{0};
-        uint64_t a = payload[i] & mask;
-        uint64_t b = key[i] & mask;
-        if (a != b) {
-            return a < b ? -1 : 1;
-        }
-    }
-    return 0;
-}
+// Why a reader may believe what it saw. Every word is stored release and loaded acquire, so a
+// reader that has seen a word sees all that the writer did before it stored that word, and loads
+// happen in the order in which they stand here. There is one writer, which does things in this
+// order:
+//   enter a record    write it, link it
+//   remove a record   unlink it, count the unlinking; only then may it be written again
+//   change a record   odd number, payload, even number
+//   enter a bucket    write it, link it, count it among the buckets
+//   remove a bucket   the same backwards, with an unlinking counted before it is unlinked and after
+// Who strays, from a record that was removed into whatever it became, has seen a word that was
+// stored after its unlinking was counted, and finds the count changed. If the count has not
+// changed, every node passed was in the list, a link that was followed led to the next node there
+// was at that moment, and no bucket that was there at the beginning was missed. A payload that was
+// read while it was written has at least one word that was stored after the odd number, and finds
+// the number changed.
 
-Outcome TableView::locate(const Target& target, uint64_t* payload) const {
+TableView::Step TableView::locate(const Target& target, uint64_t* payload) const {
     const auto& unlinks = mapping_.header().unlinks;
     while (true) {
         uint64_t before = unlinks.load(acquire);
-        Outcome outcome = walk(target, payload);
-        // The very record that was asked for is what it is. Anything else may come from having
-        // stood on a record that left the list meanwhile.
-        if ((outcome == Outcome::found && target.which == Which::same) ||
-            unlinks.load(acquire) == before) {
-            return outcome;
+        Step step = walk(target, payload);
+        if (unlinks.load(acquire) == before) [[likely]] {
+            return step;
         }
     }
 }
 
-Outcome TableView::walk(const Target& target, uint64_t* payload) const {
+/// Follows the list from the target's bucket. Beside a removal the outcome can be any.
+TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
+    constexpr Step absent{Outcome::absent, 0};
+    constexpr Step corrupt{Outcome::corrupt, 0};
     const Format::Header& header = mapping_.header();
-    uint32_t bucketCount = header.bucketCount.load(acquire);
+    const uint32_t bucketCount = header.bucketCount.load(acquire);
     if (bucketCount == 0 || bucketCount > mapping_.bucketCapacity()) {
-        return Outcome::corrupt;
+        return corrupt;
     }
     const uint32_t wanted = reversed(target.hash);
-    uint32_t position = bucketOf(target.hash, bucketCount);
-    uint32_t link = mapping_.bucket(position).load(acquire);
-    uint32_t order = reversed(position);
+    const uint32_t start = bucketOf(target.hash, bucketCount);
+    uint32_t link = mapping_.bucket(start).load(acquire);
+    uint32_t order = reversed(start); // of the node passed last
+    uint32_t bucketOrder = order;     // of the bucket passed last
 
-    // Nothing that is right takes more steps than there are nodes. Both numbers may grow meanwhile.
-    uint64_t nodes = uint64_t{mapping_.capacity()} + mapping_.bucketCapacity();
+    // The bucket that a hash is found from, or a later one that was split off it meanwhile, stands
+    // in the list before whatever has that hash.
+    auto missedBucketOf = [&](uint32_t hash) {
+        return bucketOrder < reversed(bucketOf(hash, bucketCount));
+    };
+
+    // Nothing that is right takes more steps than there are nodes.
+    const uint64_t nodes = uint64_t{mapping_.capacity()} + mapping_.bucketCapacity();
     for (uint64_t steps = 0; link != Format::endLink; ++steps) {
         if (steps > nodes) {
-            return Outcome::corrupt;
+            return corrupt;
         }
         if (link & Format::bucketLink) {
             uint32_t number = link & ~Format::bucketLink;
-            // A bucket stands before all records of its order.
-            if (number >= mapping_.bucketCapacity() || reversed(number) <= order) {
-                return Outcome::corrupt;
+            // It stands before all records of its order, and may be about to be counted.
+            if (number >= mapping_.bucketCapacity() || number > header.bucketCount.load(acquire) ||
+                reversed(number) <= order || missedBucketOf(reversed(reversed(number) - 1))) {
+                return corrupt;
             }
-            order = reversed(number);
+            order = bucketOrder = reversed(number);
             if (target.which == Which::same && order > wanted) {
-                return Outcome::absent;
+                return absent;
             }
             link = mapping_.bucket(number).load(acquire);
             continue;
         }
         uint32_t number = link - 1;
         if (number >= mapping_.capacity() || number >= header.records.load(acquire)) {
-            return Outcome::corrupt;
+            return corrupt;
         }
-        Format::Record& record = mapping_.record(number);
-        std::optional<uint32_t> sequence = stableSequence(record);
-        if (!sequence) {
-            return Outcome::writerDead;
+        const Format::Record& record = mapping_.record(number);
+        uint32_t hash = record.hash.load(acquire);
+        if (hash == target.hash && target.which == Which::same) [[likely]] {
+            // What was asked for needs no look at the order, and other keys of its hash are rare.
+            Outcome outcome = readRecord(record, payload);
+            if (outcome != Outcome::found || compareKeys(payload, target.key) == 0) {
+                return {outcome, hash};
+            }
         }
-        uint32_t recordOrder = reversed(record.hash.load(acquire));
-        uint32_t next = record.next.load(acquire);
-        if (recordOrder < order) {
-            return Outcome::corrupt;
+        if (reversed(hash) < order || missedBucketOf(hash)) {
+            return corrupt;
         }
-        order = recordOrder;
+        order = reversed(hash);
         if (order > wanted && target.which == Which::same) {
-            return Outcome::absent;
+            return absent;
         }
-        if (order >= wanted || target.which == Which::any) {
-            Outcome outcome = readRecord(record, *sequence, payload);
-            if (outcome != Outcome::found) {
-                return outcome;
+        if (order >= wanted) {
+            Outcome outcome = readRecord(record, payload);
+            if (outcome != Outcome::found || order > wanted || target.which == Which::any) {
+                return {outcome, hash};
             }
-            if (order > wanted || target.which == Which::any) {
-                return Outcome::found;
-            }
-            int compared = compareKeys(mapping_, payload, target.key);
-            if (compared == 0 && target.which != Which::above) {
-                return Outcome::found;
-            }
+            int compared = compareKeys(payload, target.key);
             if (compared > 0) {
-                return target.which == Which::same ? Outcome::absent : Outcome::found;
+                return target.which == Which::same ? absent : Step{Outcome::found, hash};
+            }
+            if (compared == 0 && target.which != Which::above) {
+                return {Outcome::found, hash};
             }
         }
-        link = next;
+        link = record.next.load(acquire);
     }
-    return Outcome::absent;
+    return missedBucketOf(~0u) ? corrupt : absent;
 }
 
-Outcome TableView::readRecord(Format::Record& record, uint32_t sequence, uint64_t* payload) const {
+Outcome TableView::readRecord(const Format::Record& record, uint64_t* payload) const {
     const std::atomic<uint64_t>* words = TableMapping::payload(record);
-    while (true) {
+    while (std::optional<uint32_t> sequence = stableSequence(record)) {
         for (size_t i = 0; i < mapping_.payloadWords(); ++i) {
             payload[i] = words[i].load(acquire);
         }
-        if (record.sequence.load(acquire) == sequence) {
+        if (record.sequence.load(acquire) == *sequence) [[likely]] {
             return Outcome::found;
         }
-        std::optional<uint32_t> again = stableSequence(record);
-        if (!again) {
-            return Outcome::writerDead;
-        }
-        sequence = *again;
     }
+    return Outcome::writerDead;
 }
 
+/// The sequence number once it is even.
 std::optional<uint32_t> TableView::stableSequence(const Format::Record& record) const {
     uint32_t sequence = record.sequence.load(acquire);
     if (sequence % 2 == 0) [[likely]] {
         return sequence;
     }
-    auto deadline = std::chrono::steady_clock::now() + longestWrite;
-    while ((sequence = record.sequence.load(acquire)) % 2 != 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
+    const auto deadline = std::chrono::steady_clock::now() + longestWrite;
+    while (true) {
+        // In a closed table nobody will finish the record.
+        bool last = mapping_.header().closed.load(acquire) != 0 ||
+                    std::chrono::steady_clock::now() > deadline;
+        sequence = record.sequence.load(acquire);
+        if (sequence % 2 == 0) {
+            return sequence;
+        }
+        if (last) {
             return std::nullopt;
         }
         sched_yield();
     }
-    return sequence;
+}
+
+/// Less than 0, 0 or more: how the front of `payload` compares with `key` in the table's order.
+int TableView::compareKeys(const uint64_t* payload, const uint64_t* key) const {
+    size_t last = mapping_.keyWords() - 1;
+    for (size_t i = 0; i <= last; ++i) {
+        uint64_t mask = i == last ? mapping_.lastKeyMask() : ~uint64_t{0};
+        uint64_t mine = payload[i] & mask;
+        uint64_t other = key[i] & mask;
+        if (mine != other) {
+            return mine < other ? -1 : 1;
+        }
+    }
+    return 0;
 }
 
 } // namespace Quarry

@@ -28,24 +28,27 @@ class TableView {
 
     /// Copies the payload of the record with this key.
     Outcome find(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
-        return locate({hash, key, Which::same}, payload);
+        return locate({hash, key, Which::same}, payload).outcome;
     }
-    /// Of the first record in the table's order.
-    Outcome first(uint64_t* payload) const { return locate({0, nullptr, Which::any}, payload); }
-    /// Of the first record that is not below the key.
-    Outcome atOrAfter(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
+
+    /// A record come upon in the table's order, with the hash it stands under: who knows how keys
+    /// are hashed can tell whether that is right.
+    struct Step {
+        Outcome outcome;
+        uint32_t hash;
+    };
+    /// The first record in the table's order.
+    Step first(uint64_t* payload) const { return locate({0, nullptr, Which::any}, payload); }
+    /// The first record that is not below the key.
+    Step atOrAfter(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
         return locate({hash, key, Which::notBelow}, payload);
     }
-    /// Of the first record above the key.
-    Outcome after(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
+    /// The first record above the key.
+    Step after(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
         return locate({hash, key, Which::above}, payload);
     }
 
     uint32_t entries() const { return mapping_.header().entries.load(std::memory_order_acquire); }
-
-    /// Less than 0, 0 or more: how the front of `payload` compares with `key` in a table's order.
-    static int compareKeys(const TableMapping& mapping, const uint64_t* payload,
-                           const uint64_t* key);
 
   private:
     enum class Which : uint8_t { same, any, notBelow, above };
@@ -55,10 +58,11 @@ class TableView {
         Which which;
     };
 
-    Outcome locate(const Target& target, uint64_t* payload) const;
-    Outcome walk(const Target& target, uint64_t* payload) const;
-    Outcome readRecord(Format::Record& record, uint32_t sequence, uint64_t* payload) const;
+    Step locate(const Target& target, uint64_t* payload) const;
+    Step walk(const Target& target, uint64_t* payload) const;
+    Outcome readRecord(const Format::Record& record, uint64_t* payload) const;
     std::optional<uint32_t> stableSequence(const Format::Record& record) const;
+    int compareKeys(const uint64_t* payload, const uint64_t* key) const;
 
     const TableMapping& mapping_;
 };

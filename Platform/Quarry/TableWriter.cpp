@@ -1,11 +1,9 @@
 #include "Platform/Quarry/TableWriter.h"
 
 #include "Platform/Base/Assert.h"
-#include "Platform/Quarry/TableView.h"
 
 #include <algorithm>
-#include <cstring>
-#include <fcntl.h>
+#include <bit>
 
 namespace Quarry {
 
@@ -22,20 +20,11 @@ void add(std::atomic<Word>& number, Word by) {
 
 } // namespace
 
-TableWriter::TableWriter(const TableMapping& mapping, bool allocateAll)
-    : mapping_(mapping), allocatedBuckets_(Format::bucketsOffset + Format::pageBytes),
-      allocatedRecords_(mapping.recordsOffset()) {
-    if (!allocateAll) {
-        return;
-    }
-    size_t bytes = Format::fileBytes(mapping.bucketCapacity(), mapping.capacity(),
-                                     static_cast<uint32_t>(mapping.recordBytes()));
-    if (int error = posix_fallocate(mapping.descriptor(), 0, static_cast<off_t>(bytes))) {
-        throw TableError(mapping.path() + ": cannot be allocated: " + std::strerror(error));
-    }
-    allocatedBuckets_ = mapping.recordsOffset();
-    allocatedRecords_ = bytes;
-}
+TableWriter::TableWriter(const TableMapping& mapping)
+    : mapping_(mapping),
+      allocatedBuckets_(mapping.allAllocated() ? mapping.recordsOffset()
+                                               : Format::bucketsOffset + Format::pageBytes),
+      allocatedRecords_(mapping.allAllocated() ? mapping.fileBytes() : mapping.recordsOffset()) {}
 
 Written TableWriter::set(uint32_t hash, const uint64_t* payload) {
     bool found = false;
@@ -57,7 +46,7 @@ Written TableWriter::set(uint32_t hash, const uint64_t* payload) {
     link.store(number + 1, release);
     add(mapping_.header().entries, 1u);
     changed();
-    addBucket();
+    addBuckets();
     return Written::added;
 }
 
@@ -69,13 +58,14 @@ bool TableWriter::del(uint32_t hash, const uint64_t* key) {
     }
     uint32_t number = link.load(own) - 1;
     Format::Record& record = mapping_.record(number);
-    freeRecords_.push_back(number);
     link.store(record.next.load(own), release);
     // Before the record can become another one: who stands on it must notice.
     add(mapping_.header().unlinks, uint64_t{1});
+    record.nextFree.store(freeRecord_, own);
+    freeRecord_ = number;
     add(mapping_.header().entries, ~0u);
     changed();
-    removeBucket();
+    removeBuckets();
     return true;
 }
 
@@ -156,9 +146,9 @@ void TableWriter::write(uint32_t number, uint32_t hash, uint32_t next, const uin
 }
 
 bool TableWriter::newRecord(uint32_t& number) {
-    if (!freeRecords_.empty()) {
-        number = freeRecords_.back();
-        freeRecords_.pop_back();
+    if (freeRecord_ != noRecord) {
+        number = freeRecord_;
+        freeRecord_ = mapping_.record(number).nextFree.load(own);
         return true;
     }
     number = mapping_.header().records.load(own);
@@ -171,31 +161,37 @@ bool TableWriter::newRecord(uint32_t& number) {
     return true;
 }
 
-/// Makes sure that the file is allocated up to `wanted`: touching a hole of a full tmpfs would kill
-/// the process.
+/// Makes sure that the file is allocated up to `wanted`, and in steps: one more is rare.
 bool TableWriter::allocate(size_t& allocated, size_t wanted, size_t limit) {
     if (wanted <= allocated) {
         return true;
     }
     size_t end = std::min(std::max(wanted, allocated + allocationStep), limit);
-    int error = posix_fallocate(mapping_.descriptor(), static_cast<off_t>(allocated),
-                                static_cast<off_t>(end - allocated));
-    if (error != 0) {
+    if (mapping_.allocate(allocated, end) != 0) {
         return false;
     }
     allocated = end;
     return true;
 }
 
-/// One more bucket where there are more entries than buckets. A table whose buckets cannot grow is
-/// slower, not wrong.
-void TableWriter::addBucket() {
+/// More buckets where there are more entries than buckets: two at most, so that a table which had
+/// no room for buckets catches up. One whose buckets cannot grow is slower, not wrong.
+void TableWriter::addBuckets() {
+    const Format::Header& header = mapping_.header();
+    for (int most = 2; most > 0; --most) {
+        if (header.entries.load(own) <= header.bucketCount.load(own) || !addBucket()) {
+            return;
+        }
+    }
+}
+
+bool TableWriter::addBucket() {
     Format::Header& header = mapping_.header();
     uint32_t added = header.bucketCount.load(own);
     size_t end = Format::bucketsOffset + (size_t{added} + 1) * sizeof(uint32_t);
-    if (header.entries.load(own) <= added || added == mapping_.bucketCapacity() ||
+    if (added == mapping_.bucketCapacity() ||
         !allocate(allocatedBuckets_, end, mapping_.recordsOffset())) {
-        return;
+        return false;
     }
     uint32_t order = reversed(added);
     std::atomic<uint32_t>* link = &mapping_.bucket(added & (std::bit_ceil(added + 1) / 2 - 1));
@@ -211,12 +207,14 @@ void TableWriter::addBucket() {
     mapping_.bucket(added).store(link->load(own), release);
     link->store(Format::bucketLink | added, release);
     header.bucketCount.store(added + 1, release);
+    return true;
 }
 
-/// The opposite, where there are far fewer: a walk passes every bucket.
-void TableWriter::removeBucket() {
+/// The opposite, where there are four times as many, for a walk passes every bucket: as many as it
+/// takes to keep up with the removals.
+void TableWriter::removeBuckets() {
     Format::Header& header = mapping_.header();
-    for (int most = 2; most > 0; --most) {
+    for (int most = 4; most > 0; --most) {
         uint32_t count = header.bucketCount.load(own);
         if (count == 1 || header.entries.load(own) >= count / 4) {
             return;
@@ -230,7 +228,10 @@ void TableWriter::removeBucket() {
                              "to != Format::endLink && !(to & Format::bucketLink)");
             link = &mapping_.record(to - 1).next;
         }
+        // Counted twice: who still expects the bucket must notice that it is gone, and who still
+        // comes upon it that it is one too many.
         header.bucketCount.store(removed, release);
+        add(header.unlinks, uint64_t{1});
         link->store(mapping_.bucket(removed).load(own), release);
         add(header.unlinks, uint64_t{1});
     }

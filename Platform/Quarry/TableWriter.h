@@ -2,8 +2,8 @@
 
 #include "Platform/Quarry/TableMapping.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace Quarry {
 
@@ -22,9 +22,8 @@ class TableWriter {
     /// How much of a file is allocated at a time.
     static constexpr size_t allocationStep = size_t{256} << 10;
 
-    /// A new table that has just been created; the mapping must outlive the writer. With
-    /// `allocateAll` all of it is allocated here, and TableError thrown if that fails.
-    TableWriter(const TableMapping& mapping, bool allocateAll);
+    /// A new table that has just been created; the mapping must outlive the writer.
+    explicit TableWriter(const TableMapping& mapping);
     TableWriter(const TableWriter&) = delete;
     TableWriter& operator=(const TableWriter&) = delete;
 
@@ -37,20 +36,23 @@ class TableWriter {
     void closedIs();
 
   private:
+    static constexpr uint32_t noRecord = ~0u;
+
     std::atomic<uint32_t>& findLink(uint32_t hash, const uint64_t* key, bool& found) const;
     bool differs(uint32_t number, const uint64_t* payload) const;
     bool isBefore(uint32_t number, uint32_t order, const uint64_t* key, bool& same) const;
     void write(uint32_t number, uint32_t hash, uint32_t next, const uint64_t* payload);
     bool newRecord(uint32_t& number);
     bool allocate(size_t& allocated, size_t wanted, size_t limit);
-    void addBucket();
-    void removeBucket();
+    void addBuckets();
+    bool addBucket();
+    void removeBuckets();
     void changed();
 
     const TableMapping& mapping_;
-    std::vector<uint32_t> freeRecords_;
-    size_t allocatedBuckets_; // file offset up to which the bucket area is allocated
-    size_t allocatedRecords_; // the same of the records
+    uint32_t freeRecord_ = noRecord; // the first of a chain through Record::nextFree
+    size_t allocatedBuckets_;        // file offset up to which the bucket area is allocated
+    size_t allocatedRecords_;        // the same of the records
 };
 
 } // namespace Quarry

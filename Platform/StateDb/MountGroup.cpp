@@ -69,25 +69,27 @@ void MountGroup::handlePath(const std::string& path) {
 }
 
 SliceResult MountGroup::check() {
-    MountStatus status = MountStatus::complete;
+    if (complete_) {
+        return {};
+    }
     for (const auto& [path, type] : mounts_) {
-        switch (stateOf(path, type)) {
-        case State::mounted:
-            break;
-        case State::failed:
-            TRACE(trace, 0, this,
-                  "path=" << path << " is no " << type << " but a "
-                          << entityManager_->entity_.value(path)->typeName());
-            status = MountStatus::failed;
-            break;
-        default:
+        State state = stateOf(path, type);
+        if (state == State::awaited || state == State::populating) {
             TRACE(trace, 5, this, "waiting for path=" << path << " typeName=" << type);
             return {};
         }
     }
-    if (!std::exchange(complete_, true)) {
-        mounter_.doMountsComplete(status, entityManager_);
+    complete_ = true;
+    MountStatus status = MountStatus::complete;
+    for (const auto& [path, type] : mounts_) {
+        if (stateOf(path, type) == State::failed) {
+            TRACE(trace, 0, this,
+                  "path=" << path << " is no " << type << " but a "
+                          << entityManager_->entity_.value(path)->typeName());
+            status = MountStatus::failed;
+        }
     }
+    mounter_.doMountsComplete(status, entityManager_);
     return {false, static_cast<uint32_t>(mounts_.size())};
 }
 

@@ -26,8 +26,9 @@ class Mounter {
 };
 
 /// Mounts that are waited for together. A mount whose path nobody has published yet, or that is
-/// still being filled, is waited for; one of another type is reported and not waited for. With the
-/// group's end its mounter hears nothing more; what it fetched stays its own.
+/// still being filled, is waited for; one of another type is not, and is reported when the group
+/// completes. With the group's end, which may come from within doMountsComplete, its mounter hears
+/// nothing more; what it fetched stays its own.
 class MountGroup final : public Entity {
   public:
     MountGroup(Ptr<EntityManager> entityManager, Mounter& mounter);

@@ -56,13 +56,17 @@ UniqueFd makeImage(const std::string& path, size_t bytes) {
     if (!fd) {
         fail(path, "cannot be created", errno);
     }
+    auto giveUp = [&](const char* what, int error) {
+        unlink(unfinished.c_str());
+        fail(path, what, error);
+    };
     Header header{imageMagic, imageVersion, static_cast<uint32_t>(bytes), {}};
     if (int error = posix_fallocate(fd.get(), 0, static_cast<off_t>(sizeof header + bytes))) {
-        fail(path, "cannot be allocated", error);
+        giveUp("cannot be allocated", error);
     }
     if (pwrite(fd.get(), &header, sizeof header, 0) != ssize_t{sizeof header} ||
         rename(unfinished.c_str(), path.c_str()) != 0) {
-        fail(path, "cannot be put in place", errno);
+        giveUp("cannot be put in place", errno);
     }
     return fd;
 }

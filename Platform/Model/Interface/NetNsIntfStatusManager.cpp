@@ -2,6 +2,7 @@
 
 #include "Platform/State/DumpContext.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Interface {
@@ -72,39 +73,48 @@ std::string NetNsIntfStatusManager::deviceNameOf(Zinc::IntfId intfId) const {
 }
 
 void NetNsIntfStatusManager::handleIntf(Zinc::IntfId intfId) {
-    Known& known = known_[intfId];
-    react(intfId, known);
+    auto status = allIntfStatusDir_->intfStatus(intfId);
     std::string newName = deviceNameOf(intfId);
-    std::string oldName = std::exchange(known.deviceName, newName);
-    if (!allIntfStatusDir_->intfStatus(intfId)) {
+    std::string oldName = std::exchange(known_[intfId].deviceName, newName);
+    if (status) {
+        react(intfId, *status);
+    } else {
         known_.erase(intfId);
     }
     if (oldName == newName) {
         return;
     }
-    if (auto found = intf_.find(oldName); found != intf_.end() && found->second == intfId) {
-        intf_.erase(found);
-        update(oldName);
-    }
+    // What is known is right before anything is announced: a reaction may change it again.
+    release(oldName, intfId);
     if (!newName.empty()) {
         intf_[newName] = intfId;
-        update(newName);
     }
+    update(oldName);
+    update(newName);
 }
 
-void NetNsIntfStatusManager::react(Zinc::IntfId intfId, Known& known) {
+/// Anew each time: another object may have taken the place of the one that was watched.
+void NetNsIntfStatusManager::react(Zinc::IntfId intfId, const IntfStatus& status) {
+    Known& known = known_[intfId];
     auto handle = [this, intfId] { handleIntf(intfId); };
-    auto status = allIntfStatusDir_->intfStatus(intfId);
+    known.deviceNameReaction = status.deviceNameAttribute().react(this, handle);
     auto local = allIntfStatusLocalDir_ ? allIntfStatusLocalDir_->intfStatusLocal(intfId) : nullptr;
-    if (!status) {
-        known.deviceNameReaction.clear();
-    } else if (!known.deviceNameReaction) {
-        known.deviceNameReaction = status->deviceNameAttribute().react(this, handle);
+    known.netNsReaction = local ? local->netNsAttribute().react(this, handle) : Vela::Reaction();
+}
+
+/// While interfaces swap their devices, two can have the same one.
+void NetNsIntfStatusManager::release(const std::string& deviceName, Zinc::IntfId intfId) {
+    auto found = intf_.find(deviceName);
+    if (found == intf_.end() || found->second != intfId) {
+        return;
     }
-    if (!local) {
-        known.netNsReaction.clear();
-    } else if (!known.netNsReaction) {
-        known.netNsReaction = local->netNsAttribute().react(this, handle);
+    auto another = std::find_if(known_.begin(), known_.end(), [&](const auto& entry) {
+        return entry.second.deviceName == deviceName;
+    });
+    if (another != known_.end()) {
+        found->second = another->first;
+    } else {
+        intf_.erase(found);
     }
 }
 
@@ -119,6 +129,9 @@ Zinc::IntfId NetNsIntfStatusManager::intfOf(const std::string& deviceName) const
 }
 
 void NetNsIntfStatusManager::update(const std::string& deviceName) {
+    if (destroyed()) {
+        return; // by a reaction
+    }
     uint32_t ifIndex = interfaceInfo_->root()->interfaceByDeviceName(deviceName).key.value;
     Zinc::IntfId intfId = intfOf(deviceName);
     auto published = published_.find(deviceName);
@@ -126,8 +139,8 @@ void NetNsIntfStatusManager::update(const std::string& deviceName) {
         uint32_t old = published->second;
         published_.erase(published);
         withdraw(deviceName, old);
-    }
-    if (ifIndex != 0 && intfId) {
+        update(deviceName); // a reaction may have changed anything
+    } else if (ifIndex != 0 && intfId) {
         published_[deviceName] = ifIndex;
         deviceIntfStatusDir_->deviceIntfStatusIs(ifIndex, {intfId, deviceName});
     }

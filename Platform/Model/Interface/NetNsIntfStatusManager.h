@@ -11,8 +11,9 @@ namespace Interface {
 
 /// Fills a directory with the kernel devices of one network namespace: by kernel index, the switch
 /// interface behind each. An interface belongs to a device of its name in the namespace that the
-/// local directory gives for it; one that has no entry there is in the default namespace. The
-/// directory's entries go with this object.
+/// local directory gives for it; while that gives none, it is in the default namespace. Of two
+/// interfaces with one device the one that got it last counts, until it leaves it. The directory's
+/// entries go with this object, which a reaction to the directory may end.
 class NetNsIntfStatusManager final : public Vela::Entity {
   public:
     NetNsIntfStatusManager(Vela::Ptr<const AllIntfStatusDir> allIntfStatusDir,
@@ -40,7 +41,8 @@ class NetNsIntfStatusManager final : public Vela::Entity {
     };
 
     void handleIntf(Zinc::IntfId intfId);
-    void react(Zinc::IntfId intfId, Known& known);
+    void react(Zinc::IntfId intfId, const IntfStatus& status);
+    void release(const std::string& deviceName, Zinc::IntfId intfId);
     void update(const std::string& deviceName);
     void withdraw(const std::string& deviceName, uint32_t ifIndex);
     std::string deviceNameOf(Zinc::IntfId intfId) const;

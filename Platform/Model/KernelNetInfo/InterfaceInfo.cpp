@@ -2,6 +2,8 @@
 
 #include "Platform/State/DumpContext.h"
 
+#include <utility>
+
 namespace KernelNetInfo {
 
 void Root::dumpState(Vela::DumpContext& context, int indent) const {
@@ -42,11 +44,28 @@ void InterfaceInfo::handleInterface(IfIndex ifIndex) {
     }
     // Another device may have got the old name meanwhile.
     if (oldName != newName && root_->interfaceByDeviceName(oldName).key == ifIndex) {
-        root_->interfaceDel(oldName);
+        if (auto another = interfaceOf(oldName)) {
+            root_->interfaceIs(*another);
+        } else {
+            root_->interfaceDel(oldName);
+        }
     }
     if (status) {
         root_->interfaceIs(*status);
     }
+}
+
+/// For a while two devices can have one name here, when a step of the kernel's was missed.
+std::optional<InterfaceStatus> InterfaceInfo::interfaceOf(const std::string& deviceName) const {
+    for (const auto& [ifIndex, name] : deviceName_) {
+        if (name == deviceName) {
+            auto status = status_->interfaceCollection().find({ifIndex});
+            if (status && status->deviceName() == deviceName) {
+                return status;
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 } // namespace KernelNetInfo

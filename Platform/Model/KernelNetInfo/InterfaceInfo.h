@@ -5,6 +5,7 @@
 #include "Platform/State/Collection.h"
 
 #include <map>
+#include <optional>
 #include <string>
 
 namespace KernelNetInfo {
@@ -30,7 +31,8 @@ class Root final : public Vela::Entity {
     InterfaceCollection interface_;
 };
 
-/// Keeps a namespace's interfaces by name while the kernel renames, removes and recreates them. The
+/// Keeps a namespace's interfaces by name while the kernel renames, removes and recreates them. Of
+/// two that have one name for a while the one that changed last counts, until it leaves it. The
 /// status may be empty; then there are none.
 class InterfaceInfo final : public Vela::Entity {
   public:
@@ -46,6 +48,7 @@ class InterfaceInfo final : public Vela::Entity {
 
   private:
     void handleInterface(IfIndex ifIndex);
+    std::optional<InterfaceStatus> interfaceOf(const std::string& deviceName) const;
 
     Vela::Ptr<const Status> status_;
     Vela::Ptr<Root> root_;

@@ -7,6 +7,7 @@
 #include "Testing/TemporaryDirectory.h"
 
 #include <cstdint>
+#include <string>
 
 namespace Quarry {
 
@@ -24,27 +25,32 @@ struct NumberKey {
 struct NumberRecord {
     using Key = NumberKey;
     static constexpr const char* recordType = "Quarry::NumberRecord";
+    static constexpr const char* tableType = "Quarry::NumberTable";
+    static constexpr const char* name = "number";
     NumberKey key;
     uint64_t value = 0;
 
     friend bool operator==(const NumberRecord&, const NumberRecord&) = default;
 };
 
-/// A table of one collection, "number".
-class NumberTable final : public Table {
+/// A table of one collection, R::name.
+template <class R>
+class TableOf final : public Table {
   public:
-    static constexpr const char* tableType = "Quarry::NumberTable";
+    static constexpr const char* tableType = R::tableType;
     static constexpr uint32_t capacity = 4096;
 
-    explicit NumberTable(const TableSite& site) : Table(site), number_(*this, "number", capacity) {}
+    explicit TableOf(const TableSite& site) : Table(site), number_(*this, R::name, capacity) {}
     const char* typeName() const noexcept override { return tableType; }
 
-    const TableCollection<NumberRecord>& number() const { return number_; }
-    TableCollection<NumberRecord>& number() { return number_; }
+    const TableCollection<R>& number() const { return number_; }
+    TableCollection<R>& number() { return number_; }
 
   private:
-    TableCollection<NumberRecord> number_;
+    TableCollection<R> number_;
 };
+
+using NumberTable = TableOf<NumberRecord>;
 
 /// A table service on files of its own.
 class QuarryFixture : public Testing::CoreFixture {
@@ -57,6 +63,11 @@ class QuarryFixture : public Testing::CoreFixture {
     Vela::Ptr<NumberTable> mountWriter(const std::string& path = "numbers") {
         group->mount<NumberTable>(path, MountType::writer);
         return group->entity<NumberTable>(path);
+    }
+
+    /// The file of a table's collection.
+    std::string file(const std::string& path = "numbers", const char* collection = "number") const {
+        return directory.path() + "/" + path + "/" + collection;
     }
 
     Testing::TemporaryDirectory directory;
