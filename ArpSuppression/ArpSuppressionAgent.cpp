@@ -144,7 +144,8 @@ void ArpSuppressionAgent::doMountsComplete(Vela::MountStatus mountStatus,
              ip6Status, bridgingConfig, bridgingStatus, evpnStatus, evpnMplsConfig, fhrpVrMacStatus,
              arpInputConfig, allIntfStatusDir, allIntfStatusLocalDir, l2VpnConfig,
              intfEncapServiceIntf);
-    // Here the root state machine starts, and its show-tech command is registered.
+    rootSmIs(mounts(), isPhysicalHardware(), taskSchedulerRoot());
+    commandRequestDirSm().callbackIs(Vela::make<CliCallback>(rootSm()));
 }
 
 void ArpSuppressionAgent::vrfIdReverseMapperIs(
@@ -159,6 +160,7 @@ void ArpSuppressionAgent::dumpState(Vela::DumpContext& context, int indent) cons
     context.print(indent, "ArpSuppressionAgent\n");
     context.child(indent + 2, "mountGroup", mountGroup_.ptr().get());
     context.child(indent + 2, "mounts", mounts_.ptr().get());
+    context.child(indent + 2, "rootSm", rootSm_.ptr().get());
     context.child(indent + 2, "remoteBindingConfigMountGroup",
                   remoteBindingConfigMountGroup_.ptr().get());
     context.child(indent + 2, "tableMountGroup", tableMountGroup_.ptr().get());
@@ -166,6 +168,8 @@ void ArpSuppressionAgent::dumpState(Vela::DumpContext& context, int indent) cons
 }
 
 void ArpSuppressionAgent::handleDestroy() noexcept {
+    commandRequestDirSm().callbackDelAll();
+    rootSmDel();
     mountsDel();
     vrfIdReverseMapperDel();
     remoteBindingConfigMountGroup_.reset();

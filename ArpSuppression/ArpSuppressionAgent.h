@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ArpSuppression/ArpSuppressionMounts.h"
+#include "ArpSuppression/ArpSuppressionRootSm.h"
 #include "Platform/Agent/Agent.h"
 #include "Platform/Model/Vrf/VrfIdReverseMapper.h"
 
@@ -33,6 +34,14 @@ class ArpSuppressionAgent final : public Vela::Agent {
     }
     void mountsDel() { mounts_.reset(); }
 
+    /// The same of the root state machine.
+    const Vela::Ptr<ArpSuppressionRootSm>& rootSm() const { return rootSm_.ptr(); }
+    void rootSmIs(const Vela::Ptr<ArpSuppressionMounts>& mounts, bool isPhysicalHardware,
+                  const Vela::Ptr<Vela::TaskScheduler>& taskSchedulerRoot) {
+        rootSm_ = arpSuppressionRootSmFactory(mounts, isPhysicalHardware, taskSchedulerRoot);
+    }
+    void rootSmDel() { rootSm_.reset(); }
+
     const Vela::Ptr<Vrf::VrfIdMap::ReverseMapper>& vrfIdReverseMapper() const {
         return vrfIdReverseMapper_.ptr();
     }
@@ -49,6 +58,7 @@ class ArpSuppressionAgent final : public Vela::Agent {
     Vela::Owned<Quarry::MountGroup> remoteBindingConfigMountGroup_;
     Vela::Owned<Vrf::VrfIdMap::ReverseMapper> vrfIdReverseMapper_;
     Vela::Owned<ArpSuppressionMounts> mounts_;
+    Vela::Owned<ArpSuppressionRootSm> rootSm_;
 };
 
 Vela::Ptr<ArpSuppressionAgent> arpSuppressionAgentFactory(const std::string& name);

@@ -29,6 +29,7 @@ class CommandRequestDirSm final : public Entity {
         callback_.set(callback->commandName(), callback);
     }
     void callbackDel(const std::string& commandName) { callback_.del(commandName); }
+    void callbackDelAll() { callback_.delAll(); }
     Ptr<AgentCommandCallback> callback(const std::string& commandName) const {
         return callback_.value(commandName);
     }

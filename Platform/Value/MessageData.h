@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <span>
 
 namespace ArpSuppression {
@@ -14,6 +15,9 @@ class MessageData {
     const uint8_t* data() const { return data_; }
     uint32_t length() const { return length_; }
     std::span<const uint8_t> bytes() const { return {data_, length_}; }
+
+    /// In hexadecimal.
+    friend std::ostream& operator<<(std::ostream& out, const MessageData& v);
 
   private:
     const uint8_t* data_;

@@ -1,0 +1,103 @@
+#include "Testing/PacketPorts.h"
+
+#include <array>
+#include <cerrno>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Testing {
+
+namespace {
+
+bool isClosed(int fd) {
+    pollfd poll{fd, POLLRDHUP, 0};
+    return ::poll(&poll, 1, 0) == 1 && (poll.revents & (POLLHUP | POLLRDHUP)) != 0;
+}
+
+} // namespace
+
+PacketPorts::PacketPorts() {
+    Vela::packetSocketsIs(this);
+}
+
+PacketPorts::~PacketPorts() {
+    Vela::packetSocketsIs(nullptr);
+}
+
+Vela::UniqueFd PacketPorts::open(uint16_t) {
+    if (openError != 0) {
+        errno = openError;
+        return {};
+    }
+    std::array<int, 2> ends;
+    // Keeps the boundaries between frames, as a packet socket does.
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0) {
+        throw std::runtime_error("socketpair");
+    }
+    ++opened_;
+    unbound_[ends[0]] = ports_.size();
+    ports_.push_back({Vela::UniqueFd(ends[1])});
+    return Vela::UniqueFd(ends[0]);
+}
+
+int PacketPorts::bind(int fd, uint16_t protocol, uint32_t ifIndex) {
+    if (bindError != 0) {
+        errno = bindError;
+        return -1;
+    }
+    ports_[unbound_.at(fd)].binding = {protocol, ifIndex};
+    return 0;
+}
+
+bool PacketPorts::send(int, uint16_t, uint32_t ifIndex, std::span<const uint8_t> frame) {
+    if (sendError != 0) {
+        errno = sendError;
+        return false;
+    }
+    sent_[ifIndex].emplace_back(frame.begin(), frame.end());
+    return true;
+}
+
+void PacketPorts::inject(uint32_t ifIndex, std::span<const uint8_t> frame) {
+    for (const Port& port : ports_) {
+        if (port.binding.ifIndex == ifIndex && !isClosed(port.far.get()) &&
+            ::send(port.far.get(), frame.data(), frame.size(), MSG_NOSIGNAL) !=
+                static_cast<ssize_t>(frame.size())) {
+            throw std::runtime_error("the port is full");
+        }
+    }
+}
+
+std::vector<Frame> PacketPorts::written(uint32_t ifIndex) {
+    std::vector<Frame> frames;
+    for (const Port& port : ports_) {
+        if (port.binding.ifIndex != ifIndex) {
+            continue;
+        }
+        Frame frame(11'000);
+        ssize_t length;
+        while ((length = recv(port.far.get(), frame.data(), frame.size(), MSG_DONTWAIT)) > 0) {
+            frames.emplace_back(frame.begin(), frame.begin() + length);
+        }
+    }
+    return frames;
+}
+
+std::vector<Frame> PacketPorts::sent(uint32_t ifIndex) {
+    return std::exchange(sent_[ifIndex], {});
+}
+
+std::vector<PacketPorts::Binding> PacketPorts::bindings() const {
+    std::vector<Binding> open;
+    for (const Port& port : ports_) {
+        if (port.binding.ifIndex != 0 && !isClosed(port.far.get())) {
+            open.push_back(port.binding);
+        }
+    }
+    return open;
+}
+
+} // namespace Testing

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Platform/Packet/PacketSockets.h"
+
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Testing {
+
+using Frame = std::vector<uint8_t>;
+
+/// Packet sockets without a kernel device behind them: what the code under test writes can be
+/// looked at, and what it is to read put in. In use from construction to destruction.
+class PacketPorts final : public Vela::PacketSockets {
+  public:
+    PacketPorts();
+    ~PacketPorts() override;
+    PacketPorts(const PacketPorts&) = delete;
+    PacketPorts& operator=(const PacketPorts&) = delete;
+
+    /// Delivers a frame to every open socket bound to the interface for reading.
+    void inject(uint32_t ifIndex, std::span<const uint8_t> frame);
+    /// Takes what was written to sockets bound to the interface since the last call.
+    std::vector<Frame> written(uint32_t ifIndex);
+    /// Takes what was sent out of the interface, without a socket bound to it.
+    std::vector<Frame> sent(uint32_t ifIndex);
+
+    struct Binding {
+        uint16_t protocol;
+        uint32_t ifIndex;
+    };
+    /// Of the sockets that are open now, in the order of binding.
+    std::vector<Binding> bindings() const;
+    /// Sockets opened so far.
+    unsigned opened() const { return opened_; }
+
+    /// What the next calls fail with; 0: they do not.
+    int openError = 0;
+    int bindError = 0;
+    int sendError = 0;
+
+  private:
+    Vela::UniqueFd open(uint16_t protocol) override;
+    int bind(int fd, uint16_t protocol, uint32_t ifIndex) override;
+    bool send(int fd, uint16_t protocol, uint32_t ifIndex, std::span<const uint8_t> frame) override;
+
+    struct Port {
+        Vela::UniqueFd far; ///< the test's end
+        Binding binding{0, 0};
+    };
+
+    std::vector<Port> ports_;
+    std::map<int, size_t> unbound_; // the near end's number to the index of its port
+    std::map<uint32_t, std::vector<Frame>> sent_;
+    unsigned opened_ = 0;
+};
+
+} // namespace Testing
