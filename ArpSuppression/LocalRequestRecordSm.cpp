@@ -4,6 +4,8 @@
 #include "Platform/Base/Assert.h"
 #include "Platform/State/DumpContext.h"
 
+#include <utility>
+
 namespace ArpSuppression {
 
 LocalRequestRecordSm::LocalRequestRecordSm(Vela::Ptr<Vela::TaskScheduler> scheduler,

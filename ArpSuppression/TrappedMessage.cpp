@@ -85,14 +85,14 @@ void MessageTrap::handleDestroy() noexcept {
 
 // MessageQueue
 
-bool MessageQueue::enqueueMessage(const Vela::Ptr<const TrappedMessage>& message) {
+bool MessageQueue::enqueueMessage(Vela::Ptr<const TrappedMessage> message) {
     TRACE(trace, 8, this, "req=" << message);
     bool full = !message_.empty() && messages() >= queueLimitCurrent();
     if (full) {
         Vela::Ptr<const TrappedMessage> dropped = messageDeq();
         TRACE(trace, 8, this, "dropping oldReq=" << dropped);
     }
-    messageEnq(message);
+    messageEnq(std::move(message));
     return full;
 }
 

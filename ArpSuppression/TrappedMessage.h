@@ -12,6 +12,7 @@
 #include <deque>
 #include <ostream>
 #include <string>
+#include <utility>
 
 namespace Vela {
 class ValueParser;
@@ -128,7 +129,7 @@ class MessageQueue final : public Vela::Entity {
 
     /// Appends the message, in the place of the oldest if the queue is full. Returns whether that
     /// one was dropped. A queue that holds more than its limit does not shrink by this.
-    bool enqueueMessage(const Vela::Ptr<const TrappedMessage>& message);
+    bool enqueueMessage(Vela::Ptr<const TrappedMessage> message);
     /// Adapts the limit to how many messages the last slice got rid of.
     void updateQueueLimit(uint32_t messagesProcessed);
 

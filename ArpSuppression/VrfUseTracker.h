@@ -4,6 +4,7 @@
 #include "Platform/State/Collection.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace ArpSuppression {
 

@@ -231,6 +231,13 @@ TEST_F(MessageQueueTest, TheNewestGetsInWhateverTheLimit) {
     EXPECT_EQ(vlanIds(), (std::vector<int>{2}));
 }
 
+TEST_F(MessageQueueTest, TakesAMessageFromTheEntryThatItDrops) {
+    enqueue(1, 1);
+    queue_->queueLimitCurrentIs(1);
+    EXPECT_TRUE(queue_->enqueueMessage(queue_->headMessage()->message));
+    EXPECT_EQ(vlanIds(), (std::vector<int>{1}));
+}
+
 TEST_F(MessageQueueTest, TracesWhatComesAndWhatIsDropped) {
     queue_->queueLimitCurrentIs(1);
     Testing::TraceCapture lines("ArpSuppression=8");
