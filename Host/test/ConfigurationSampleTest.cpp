@@ -19,7 +19,7 @@ std::string sampleText() {
 TEST(ConfigurationSample, UsesEverySection) {
     Configuration c = readConfiguration(SAMPLE_CONFIGURATION);
     EXPECT_NE(c.trace, "");
-    EXPECT_EQ(c.control.group, "netops");
+    EXPECT_EQ(c.control.group, "adm");
     EXPECT_TRUE(c.bridging.mac);
     EXPECT_EQ(c.bridging.fids.size(), 1u);
     EXPECT_TRUE(c.evpn.mpls);

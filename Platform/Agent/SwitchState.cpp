@@ -18,6 +18,7 @@ Ptr<T> SwitchState::table(const std::string& path) {
     tables->mount<T>(path, Quarry::MountType::writer);
     Ptr<T> mounted = tables->entity<T>(path);
     if (!mounted) {
+        tables->unmount(path); // so that it can be tried again
         throw Quarry::TableError("the table " + path + " cannot be made");
     }
     return mounted;
