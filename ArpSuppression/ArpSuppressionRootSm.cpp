@@ -19,6 +19,8 @@ ArpSuppressionRootSm::ArpSuppressionRootSm(Vela::Ptr<ArpSuppressionMounts> mount
 Vela::Ptr<ArpSuppressionRootSm>
 arpSuppressionRootSmFactory(Vela::Ptr<ArpSuppressionMounts> mounts, bool isPhysicalHardware,
                             Vela::Ptr<Vela::TaskScheduler> scheduler) {
+    assertThat(mounts->evpnStatus() != nullptr, "mounts()->evpnStatus()");
+    assertThat(mounts->arpSuppressionStatus() != nullptr, "mounts()->arpSuppressionStatus()");
     auto rootSm = Vela::make<ArpSuppressionRootSm>(std::move(mounts), isPhysicalHardware,
                                                    std::move(scheduler));
     rootSm->handleRunnable();

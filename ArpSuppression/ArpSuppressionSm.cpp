@@ -12,6 +12,7 @@
 #include <boost/system/error_code.hpp>
 #include <cerrno>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace ArpSuppression {
@@ -127,7 +128,12 @@ void ArpSuppressionSm::handleInitialized() {
     rawTxPam_ = Vela::make<Vela::RawTxPam>("RawTxPam");
     rawTxPam_->hasNotificationActiveIs(true);
     rawTxPam_->ethProtocolIs(3);
-    rawTxPam_->enabledIs(true);
+    try {
+        rawTxPam_->enabledIs(true);
+    } catch (const std::system_error& error) {
+        // Every reply fails and is counted: an operator must find out, the rest goes on.
+        TRACE(trace, 0, this, "what=" << error.what());
+    }
     fabricInterfaceWatch_ = vlanL3InfoStatus_->findOrCreateVrfInterfaceWatch("fabric", "default");
     trappedRequestReaction_ = receivedRequestTrap_->lastTrappedMessageAttribute().react(
         this, [this] { handleTrappedRequest(); });

@@ -127,7 +127,7 @@ TEST_F(DaemonTest, ItComesToMountsComplete) {
     for (const std::string& piece :
          {"arpsupd " + path("run") + "\n", "process=" + std::to_string(daemon_->pid()) + "\n",
           "configuration=" + file() + "\n", "ringBufferFile=" + path("log") + "/ArpSuppression-",
-          std::string("bridgeMacAddr=02:00:00:00:00:77"), std::string("ArpSuppressionAgent"),
+          std::string("bridgeMacAddr=02:00:00:00:00:77"), std::string("ArpSuppressionRootSm"),
           std::string("ArpSuppressionMounts")}) {
         EXPECT_TRUE(holds(answer.output, piece)) << piece << "\n" << answer.output;
     }
@@ -302,6 +302,7 @@ TEST_F(DaemonTest, ASecondOneInTheDirectoryIsRefused) {
 }
 
 TEST_F(DaemonTest, ThePublishedStatusSurvives) {
+    configure("");
     start();
     stop();
     constexpr size_t bytes = ArpSuppression::ArpSuppressionStatus::imageBytes;
@@ -319,6 +320,7 @@ TEST_F(DaemonTest, ThePublishedStatusSurvives) {
         image.bytes()[10] = 2;
         image.bytes()[20] = 1;
     }
+    configure("[evpn]\nmpls = true\n");
     start();
     EXPECT_TRUE(holds(trace().output, "doMountsComplete allMounted=yes staleVlans=2"))
         << trace().output;
@@ -330,6 +332,27 @@ TEST_F(DaemonTest, ThePublishedStatusSurvives) {
     start();
     EXPECT_TRUE(holds(techSupport().output, "runnable=yes"));
     EXPECT_EQ(imageOf(), expected);
+    killIt();
+    // Its successor is not to run: it withdraws what was left.
+    configure("");
+    start();
+    EXPECT_TRUE(holds(techSupport().output, "runnable=no"));
+    expected[0] = 0;
+    EXPECT_EQ(imageOf(), expected);
+}
+
+TEST_F(DaemonTest, SuppressionFollowsTheConfiguration) {
+    configure("");
+    start();
+    EXPECT_TRUE(holds(techSupport().output, "arpSuppressionSm=NULL"));
+    configure("[evpn]\nmpls = true\n");
+    reload();
+    std::string running = techSupport().output;
+    EXPECT_TRUE(holds(running, "runnable=yes"));
+    EXPECT_TRUE(holds(running, "MessageTrapSmMimic"));
+    configure("");
+    reload();
+    EXPECT_TRUE(holds(techSupport().output, "runnable=no"));
 }
 
 TEST_F(DaemonTest, AStatusThatIsNoneIsReported) {
