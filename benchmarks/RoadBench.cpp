@@ -29,6 +29,8 @@ void* operator new(size_t bytes) {
     }
     throw std::bad_alloc();
 }
+// Both ends of the pair are replaced here, which g++ 12 does not see.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }

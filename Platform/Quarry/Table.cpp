@@ -121,6 +121,14 @@ bool CollectionFile::remove(uint32_t hash, const uint64_t* key, bool observed) {
     return removed;
 }
 
+bool CollectionFile::incrementWord(uint32_t hash, const uint64_t* key, size_t word, bool observed) {
+    bool incremented = !closed_ && writer_.increment(hash, key, word);
+    if (observed && incremented) {
+        log(key);
+    }
+    return incremented;
+}
+
 void CollectionFile::listenTo(ChangeListener& listener) {
     listener_ = table_.site_.changeLog->listenerIs(listener);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Base/Assert.h"
 #include "Platform/Quarry/ChangeLog.h"
 #include "Platform/Quarry/TableView.h"
 #include "Platform/Quarry/TableWriter.h"
@@ -199,6 +200,7 @@ class CollectionFile : public ReadTrouble {
     /// counted. Nothing is written once the table is closed.
     bool write(uint32_t hash, const uint64_t* payload, bool observed);
     bool remove(uint32_t hash, const uint64_t* key, bool observed);
+    bool incrementWord(uint32_t hash, const uint64_t* key, size_t word, bool observed);
     void listenTo(ChangeListener& listener);
 
   private:
@@ -239,6 +241,15 @@ class TableCollection final : public CollectionFile, public RecordReading<R>, Ch
     bool del(const Key& key) {
         auto words = Words<Key>::from(key);
         return remove(this->hashOf(key), words.data(), notifier_.observed());
+    }
+
+    /// Adds 1 to the 64-bit number at `offset` bytes of a record, behind its key. Returns whether
+    /// there is such a record.
+    bool increment(const Key& key, size_t offset) {
+        Vela::assertThat(offset % 8 == 0 && offset >= sizeof(Key) && offset + 8 <= sizeof(R),
+                         "offset + 8 <= sizeof(R)");
+        auto words = Words<Key>::from(key);
+        return incrementWord(this->hashOf(key), words.data(), offset / 8, notifier_.observed());
     }
 
     /// See NotifierBase. The callable takes the key. What changed before is not announced, unless

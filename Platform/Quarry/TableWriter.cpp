@@ -50,6 +50,17 @@ Written TableWriter::set(uint32_t hash, const uint64_t* payload) {
     return Written::added;
 }
 
+bool TableWriter::increment(uint32_t hash, const uint64_t* key, size_t word) {
+    bool found = false;
+    std::atomic<uint32_t>& link = findLink(hash, key, found);
+    if (found) {
+        // A single word is whole at any time: readers need not be kept off.
+        add(TableMapping::payload(mapping_.record(link.load(own) - 1))[word], uint64_t{1});
+        changed();
+    }
+    return found;
+}
+
 bool TableWriter::del(uint32_t hash, const uint64_t* key) {
     bool found = false;
     std::atomic<uint32_t>& link = findLink(hash, key, found);

@@ -29,6 +29,8 @@ class TableWriter {
 
     /// `payload` begins with the key; bytes of its last words beyond its end must be zero.
     Written set(uint32_t hash, const uint64_t* payload);
+    /// Adds 1 to one word of an entry's payload, behind its key. Returns whether there is one.
+    bool increment(uint32_t hash, const uint64_t* key, size_t word);
     /// Returns whether there was such an entry.
     bool del(uint32_t hash, const uint64_t* key);
 

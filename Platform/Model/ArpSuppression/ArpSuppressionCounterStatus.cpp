@@ -3,6 +3,7 @@
 #include "Platform/Base/Hash.h"
 
 #include <array>
+#include <cstddef>
 
 namespace ArpSuppression {
 
@@ -91,10 +92,9 @@ ArpSuppressionCounterStatus::ArpSuppressionCounterStatus(const Quarry::TableSite
 }
 
 void ArpSuppressionCounterStatus::increment(ArpSuppressionCounterId id) {
-    Counter counter = counter_.value({id});
-    counter.key.id = id;
-    ++counter.count;
-    counter_.set(counter);
+    if (!counter_.increment({id}, offsetof(Counter, count))) {
+        counter_.set({{id}, 0, 1}); // there is no such counter: refused, and reported
+    }
 }
 
 } // namespace ArpSuppression

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <map>
 #include <random>
+#include <vector>
 
 namespace Quarry {
 
@@ -48,6 +50,26 @@ TEST_F(TableRandomTest, holdsWhatAMapHoldsThroughGrowthAndShrinking) {
     }
     EXPECT_EQ(table->number().troubles(), 0u);
     EXPECT_EQ(table->number().refusals(), 0u);
+}
+
+TEST_F(TableRandomTest, incrementsOneNumberAndNothingElse) {
+    auto table = mountWriter();
+    table->number().set({{1}, 5});
+    table->number().set({{2}, 7});
+    uint64_t changes = table->number().mapping().header().changes;
+    std::vector<uint64_t> announced;
+    auto reaction = table->number().react(
+        nullptr, [&](const NumberKey& key) { announced.push_back(key.number); });
+    EXPECT_TRUE(table->number().increment({1}, offsetof(NumberRecord, value)));
+    EXPECT_TRUE(table->number().increment({1}, offsetof(NumberRecord, value)));
+    EXPECT_FALSE(table->number().increment({3}, offsetof(NumberRecord, value)));
+    EXPECT_EQ(table->number().value({1}), (NumberRecord{{1}, 7}));
+    EXPECT_EQ(table->number().value({2}), (NumberRecord{{2}, 7}));
+    EXPECT_EQ(table->number().count(), 2u);
+    EXPECT_EQ(table->number().mapping().header().changes, changes + 2);
+    runUntilIdle();
+    EXPECT_EQ(announced, (std::vector<uint64_t>{1, 1}));
+    EXPECT_DEATH(table->number().increment({1}, 0), "offset \\+ 8 <= sizeof");
 }
 
 } // namespace
