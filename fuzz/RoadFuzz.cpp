@@ -31,18 +31,19 @@ class Leaf {
         setenv("SWIFTLOGDIR", directory_.path().c_str(), 1);
         publishBindings();
         state_.tablesCompleteIs();
+        agent_->platformIs({scheduler_, database_, false});
+        agent_->doInit();
+        settle();
     }
 
     void run(uint8_t kind, std::span<const uint8_t> input) {
         bool physical = kind & 1;
         state_.evpnMplsConfig->innerDot1qDefaultIs(kind & 2);
         state_.evpnMplsConfig->controlWordEnabledIs(kind & 4);
-        state_.evpnStatus->mplsConfiguredIs(true);
-        auto agent = arpSuppressionAgentFactory("RoadFuzz");
-        agent->platformIs({scheduler_, database_, physical});
-        agent->doInit();
-        settle();
-        wire(*agent);
+        auto rootSm = arpSuppressionRootSmFactory(agent_->mounts(), physical, scheduler_);
+        rootSm->runnableForTestIs(true);
+        rootSm->handleRunnable();
+        wire(*rootSm->root());
         while (input.size() >= 2) {
             size_t length = std::min<size_t>(input[0] << 8 | input[1], input.size() - 2);
             if (length > 0) { // the ports take an empty frame for their end
@@ -53,10 +54,11 @@ class Leaf {
             check();
         }
         Vela::DumpContext dump;
-        agent->dumpState(dump, 0);
+        rootSm->dumpState(dump, 0);
         assertThat(!dump.text().empty(), "!dump.text().empty()");
         state_.arpSuppressionStatus->vlanIdDelAll();
-        agent->destroy();
+        rootSm->destroy();
+        settle();
         ports_.written(fabric);
         ports_.written(arpinject);
     }
@@ -101,8 +103,7 @@ class Leaf {
         state_.intfEncapServiceIntf->parentIs(IntfId("Ethernet1"))
             ->subIntfIs(IntfId("Ethernet1.30"), Brant::IntfEncap({Bridging::VlanTag::dot1q, 30}));
     }
-    void wire(ArpSuppressionAgent& agent) {
-        ArpSuppressionRoot& root = *agent.rootSm()->root();
+    void wire(ArpSuppressionRoot& root) {
         state_.arpSuppressionStatus->vlanIdIs(VlanId(10), true);
         state_.arpSuppressionStatus->vlanIdIs(VlanId(20), false);
         auto& l3 = *root.vlanL3InfoStatus();
@@ -135,6 +136,8 @@ class Leaf {
         Vela::make<Quarry::TableService>(scheduler_, directory_.path());
     Vela::Ptr<Vela::EntityManager> database_ = Vela::make<Vela::EntityManager>(scheduler_, tables_);
     Vela::SwitchState state_{database_, std::span<uint8_t>()};
+    /// Mounts everything, and rests: each input has a root state machine of its own.
+    Vela::Ptr<ArpSuppressionAgent> agent_ = arpSuppressionAgentFactory("RoadFuzz");
 };
 
 } // namespace
