@@ -35,7 +35,7 @@ uint32_t sumOf(std::span<const uint8_t> bytes) {
     return sum;
 }
 
-/// ff02::1:ff00:0/104 with the last 24 bits of the target.
+/// ff02::1:ff00:0/104; of which node does not matter.
 bool isSolicitedNodeMulticast(const Zinc::IpGenAddr& address) {
     constexpr std::array<uint8_t, 13> prefix = {0xff, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0xff};
     return std::equal(prefix.begin(), prefix.end(), address.bytes().begin());
@@ -45,12 +45,14 @@ bool isSolicitedNodeMulticast(const Zinc::IpGenAddr& address) {
 /// a reader behind the ICMPv6 header, over what IPv6 says is there.
 WireReader readCommon(std::span<const uint8_t> ip6, uint8_t type, size_t fixedBytes, NdPkt& pkt,
                       NdErrors& errors) {
+    pkt = {}; // nothing of an earlier message: its bytes may be gone
     WireReader reader(ip6);
-    pkt.ip6Hdr = Ip6Hdr::read(reader);
+    Ip6Hdr ip6Hdr = Ip6Hdr::read(reader);
     if (!reader.ok()) {
         errors.add(NdError::truncated);
-        return reader;
+        return reader; // and the addresses unset: no rule is for them
     }
+    pkt.ip6Hdr = ip6Hdr;
     if (pkt.ip6Hdr.version != 6) {
         errors.add(NdError::notIp6);
     }
@@ -81,7 +83,8 @@ WireReader readCommon(std::span<const uint8_t> ip6, uint8_t type, size_t fixedBy
     if (pkt.icmp6Hdr.code != 0) {
         errors.add(NdError::badCode);
     }
-    if (pkt.icmp6Hdr.checksum != icmp6Checksum(pkt.ip6Hdr, message)) {
+    // Modulo 65535: the sum is of ones' complements, where all bits set is another zero.
+    if (pkt.icmp6Hdr.checksum % 0xFFFF != icmp6Checksum(pkt.ip6Hdr, message) % 0xFFFF) {
         errors.add(NdError::badChecksum);
     }
     return messageReader;

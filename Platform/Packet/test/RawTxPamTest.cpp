@@ -1,0 +1,210 @@
+#include "Platform/Packet/RawTxPam.h"
+
+#include "Platform/Packet/PacketSockets.h"
+#include "Platform/Packet/test/Hex.h"
+#include "Platform/State/DumpContext.h"
+#include "Testing/CoreFixture.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sstream>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+using namespace Vela;
+
+struct Sent {
+    int fd;
+    uint16_t protocol;
+    uint32_t ifIndex;
+    Bytes frame;
+    friend bool operator==(const Sent&, const Sent&) = default;
+};
+
+/// Keeps what is sent. Its sockets are real descriptors, so that it shows when one is closed.
+class FakeSockets final : public PacketSockets {
+  public:
+    UniqueFd open(uint16_t protocol) override {
+        if (openError != 0) {
+            errno = openError;
+            return {};
+        }
+        opened.push_back(protocol);
+        UniqueFd fd(::open("/dev/null", O_RDWR | O_CLOEXEC));
+        lastFd = fd.get();
+        return fd;
+    }
+    int bind(int, uint16_t, uint32_t) override {
+        ++binds;
+        return 0;
+    }
+    bool send(int fd, uint16_t protocol, uint32_t ifIndex,
+              std::span<const uint8_t> frame) override {
+        if (sendError != 0) {
+            errno = sendError;
+            return false;
+        }
+        sent.push_back({fd, protocol, ifIndex, Bytes(frame.begin(), frame.end())});
+        return true;
+    }
+    bool lastIsOpen() const { return fcntl(lastFd, F_GETFD) != -1; }
+
+    int openError = 0;
+    int sendError = 0;
+    std::vector<uint16_t> opened;
+    int binds = 0;
+    int lastFd = -1;
+    std::vector<Sent> sent;
+};
+
+class RawTxPamTest : public Testing::CoreFixture {
+  protected:
+    RawTxPamTest() { packetSocketsIs(&sockets); }
+    ~RawTxPamTest() override {
+        pam.reset();
+        packetSocketsIs(nullptr);
+    }
+
+    std::string dumpText() const {
+        DumpContext dump;
+        pam->dumpState(dump, 2);
+        return dump.text();
+    }
+
+    FakeSockets sockets;
+    PktManager packets;
+    Ptr<RawTxPam> pam = make<RawTxPam>("tx");
+};
+
+TEST_F(RawTxPamTest, HasASocketWhileItIsEnabled) {
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_TRUE(sockets.opened.empty());
+    pam->enabledIs(true);
+    EXPECT_TRUE(pam->enabled());
+    EXPECT_EQ(sockets.opened, std::vector<uint16_t>{0}); // receives nothing
+    EXPECT_EQ(sockets.binds, 0);                         // sends out of any interface
+    EXPECT_TRUE(sockets.lastIsOpen());
+    pam->enabledIs(false);
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_FALSE(sockets.lastIsOpen());
+    pam->enabledIs(true);
+    EXPECT_EQ(sockets.opened.size(), 2u);
+    EXPECT_TRUE(sockets.lastIsOpen());
+}
+
+TEST_F(RawTxPamTest, EnablingAgainChangesNothing) {
+    pam->enabledIs(false);
+    EXPECT_TRUE(sockets.opened.empty());
+    pam->enabledIs(true);
+    pam->enabledIs(true);
+    EXPECT_EQ(sockets.opened.size(), 1u);
+    EXPECT_TRUE(sockets.lastIsOpen());
+}
+
+TEST_F(RawTxPamTest, TheSocketGoesWithTheEndOfItsLife) {
+    pam->enabledIs(true);
+    pam->destroy();
+    EXPECT_FALSE(sockets.lastIsOpen());
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 1));
+    EXPECT_TRUE(sockets.sent.empty());
+}
+
+TEST_F(RawTxPamTest, TheSocketGoesWithTheLastReference) {
+    pam->enabledIs(true);
+    pam.reset();
+    EXPECT_FALSE(sockets.lastIsOpen());
+}
+
+TEST_F(RawTxPamTest, TransmitsTheWholeFrame) {
+    pam->ethProtocolIs(3);
+    pam->enabledIs(true);
+    boost::intrusive_ptr<Pkt> pkt = packets.newPkt(Bytes{1, 2, 3}, 4);
+    EXPECT_TRUE(pam->transmit(*pkt, 7));
+    pkt->prepend(2);
+    pam->ethProtocolIs(0x0806);
+    EXPECT_TRUE(pam->transmit(*pkt, 8));
+    std::vector<Sent> expected = {{sockets.lastFd, 3, 7, {1, 2, 3}},
+                                  {sockets.lastFd, 0x0806, 8, {0, 0, 1, 2, 3}}};
+    EXPECT_EQ(sockets.sent, expected);
+    EXPECT_EQ(sockets.opened.size(), 1u); // another protocol needs no other socket
+}
+
+TEST_F(RawTxPamTest, NoSocketIsAnError) {
+    sockets.openError = EPERM;
+    try {
+        pam->enabledIs(true);
+        FAIL() << "enabled without a socket";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::operation_not_permitted);
+        EXPECT_TRUE(std::string_view(error.what()).starts_with("tx: packet socket"))
+            << error.what();
+    }
+    EXPECT_FALSE(pam->enabled());
+    // It may be tried again.
+    sockets.openError = 0;
+    pam->enabledIs(true);
+    EXPECT_TRUE(pam->enabled());
+}
+
+TEST_F(RawTxPamTest, AFrameThatDoesNotGoLeavesTheReason) {
+    pam->enabledIs(true);
+    sockets.sendError = ENETDOWN;
+    errno = 0;
+    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_EQ(errno, ENETDOWN);
+    EXPECT_TRUE(pam->enabled());
+    sockets.sendError = 0;
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+    ASSERT_EQ(sockets.sent.size(), 1u); // the one that failed is not sent again
+    EXPECT_EQ(sockets.sent[0].frame, Bytes{2});
+}
+
+TEST_F(RawTxPamTest, TransmitsNothingWhileDisabled) {
+    errno = 0;
+    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_EQ(errno, ENOTCONN);
+    EXPECT_TRUE(sockets.opened.empty());
+    pam->enabledIs(true);
+    pam->enabledIs(false);
+    errno = 0;
+    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_EQ(errno, ENOTCONN);
+    EXPECT_TRUE(sockets.sent.empty());
+}
+
+TEST_F(RawTxPamTest, SaysWhatItIs) {
+    EXPECT_EQ(pam->name(), "tx");
+    EXPECT_STREQ(pam->typeName(), "RawTxPam");
+    EXPECT_EQ(pam->ethProtocol(), 0);
+    pam->ethProtocolIs(3);
+    EXPECT_EQ(pam->ethProtocol(), 3);
+    std::ostringstream derived;
+    pam->formatDerivedType(derived);
+    EXPECT_EQ(derived.str(), "tx");
+    EXPECT_EQ(dumpText(), "  RawTxPam tx disabled\n    ethProtocol=3\n");
+    pam->enabledIs(true);
+    EXPECT_EQ(dumpText(), "  RawTxPam tx enabled\n    ethProtocol=3\n");
+}
+
+TEST(PacketSocketsTest, TheKernelsUnlessOthersAreChosen) {
+    PacketSockets* kernel = &packetSockets();
+    FakeSockets fake;
+    packetSocketsIs(&fake);
+    EXPECT_EQ(&packetSockets(), &fake);
+    packetSocketsIs(nullptr);
+    EXPECT_EQ(&packetSockets(), kernel);
+}
+
+TEST(PacketSocketsTest, TheKernelsLeaveTheReasonOfAFailure) {
+    errno = 0;
+    EXPECT_EQ(packetSockets().bind(-1, 0x0806, 1), -1);
+    EXPECT_EQ(errno, EBADF);
+    errno = 0;
+    EXPECT_FALSE(packetSockets().send(-1, 0x0806, 1, Bytes{1}));
+    EXPECT_EQ(errno, EBADF);
+}
+
+} // namespace
