@@ -48,7 +48,7 @@ int PacketPorts::bind(int fd, uint16_t protocol, uint32_t ifIndex) {
         errno = bindError;
         return -1;
     }
-    ports_[unbound_.at(fd)].binding = {protocol, ifIndex};
+    ports_.at(unbound_.at(fd)).binding = {protocol, ifIndex};
     return 0;
 }
 
@@ -84,6 +84,11 @@ std::vector<Frame> PacketPorts::written(uint32_t ifIndex) {
         }
     }
     return frames;
+}
+
+void PacketPorts::forgetClosed() {
+    std::erase_if(ports_, [](const Port& port) { return isClosed(port.far.get()); });
+    unbound_.clear();
 }
 
 std::vector<Frame> PacketPorts::sent(uint32_t ifIndex) {

@@ -28,6 +28,9 @@ class PacketPorts final : public Vela::PacketSockets {
     /// Takes what was sent out of the interface, without a socket bound to it.
     std::vector<Frame> sent(uint32_t ifIndex);
 
+    /// Forgets the ports of sockets that are closed, and what was written there.
+    void forgetClosed();
+
     struct Binding {
         uint16_t protocol;
         uint32_t ifIndex;

@@ -59,8 +59,7 @@ class Leaf {
         state_.arpSuppressionStatus->vlanIdDelAll();
         rootSm->destroy();
         settle();
-        ports_.written(fabric);
-        ports_.written(arpinject);
+        ports_.forgetClosed();
     }
 
   private:

@@ -27,7 +27,8 @@ void RawTxPam::enabledIs(bool enabled) {
         // Protocol 0: the kernel queues nothing on a socket that is only written to.
         fd_ = packetSockets().open(0);
         if (!fd_) {
-            throw std::system_error(errno, std::generic_category(), name_ + ": packet socket");
+            int error = errno;
+            throw std::system_error(error, std::generic_category(), name_ + ": packet socket");
         }
     }
 }
