@@ -11,8 +11,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -340,6 +342,28 @@ TEST_F(ArpSuppressionRootSmTest, stopsWhenItsLifeEndsWhileItRuns) {
     evpnIs(true);
     EXPECT_EQ(capture.text(), "") << "hears no more of it";
     EXPECT_FALSE(runnable());
+}
+
+TEST_F(ArpSuppressionRootSmTest, aStartWithoutASocketIsTakenBack) {
+    evpnIs(true);
+    ports.openError = EPERM;
+    uint64_t entities = Vela::Entity::liveCount();
+    EXPECT_THROW(rootSmIs(), std::system_error);
+    EXPECT_EQ(Vela::Entity::liveCount(), entities);
+    EXPECT_FALSE(runnable());
+    ports.openError = 0;
+    rootSmIs();
+    expectRunning();
+}
+
+TEST_F(ArpSuppressionRootSmDeathTest, aStartWithoutASocketEndsTheProcessWithItsReason) {
+    rootSmIs();
+    EXPECT_DEATH(
+        {
+            ports.openError = EPERM;
+            evpnIs(true);
+        },
+        "RawTxPam: packet socket: Operation not permitted");
 }
 
 // Our own errors
