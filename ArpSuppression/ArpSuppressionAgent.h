@@ -34,10 +34,11 @@ class ArpSuppressionAgent final : public Vela::Agent {
     }
     void mountsDel() { mounts_.reset(); }
 
-    /// The same of the root state machine.
+    /// The same of the root state machine; the old one stops before the new one starts.
     const Vela::Ptr<ArpSuppressionRootSm>& rootSm() const { return rootSm_.ptr(); }
     void rootSmIs(const Vela::Ptr<ArpSuppressionMounts>& mounts, bool isPhysicalHardware,
                   const Vela::Ptr<Vela::TaskScheduler>& taskSchedulerRoot) {
+        rootSmDel();
         rootSm_ = arpSuppressionRootSmFactory(mounts, isPhysicalHardware, taskSchedulerRoot);
     }
     void rootSmDel() { rootSm_.reset(); }

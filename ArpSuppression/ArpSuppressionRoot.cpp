@@ -1,10 +1,12 @@
 #include "ArpSuppression/ArpSuppressionRoot.h"
 
+#include "ArpSuppression/ArpSuppressionTrace.h"
 #include "Platform/State/DumpContext.h"
 
 namespace ArpSuppression {
 
 void ArpSuppressionRoot::handleInitialized() {
+    TRACE(trace, 8, this, "handleInitialized");
     enabledVlans_ = Vela::make<EnabledVlans>();
     vlanL3InfoStatus_ = Vela::make<VlanL3InfoStatus>();
     remoteBindingStatus_ = Vela::make<RemoteBindingStatus>(vlanL3InfoStatus_.ptr());
@@ -17,6 +19,7 @@ void ArpSuppressionRoot::handleInitialized() {
 }
 
 void ArpSuppressionRoot::handleDestroy() noexcept {
+    TRACE(trace, 8, this, "handleDestroy");
     deviceIntfStatusDirDel();
     arpInputConfigTriggerDel();
     localRequestRecordDel();

@@ -14,13 +14,15 @@ ArpSuppressionRootSm::ArpSuppressionRootSm(Vela::Ptr<ArpSuppressionMounts> mount
                                            bool isPhysicalHardware,
                                            Vela::Ptr<Vela::TaskScheduler> scheduler)
     : mounts_(std::move(mounts)), isPhysicalHardware_(isPhysicalHardware),
-      scheduler_(std::move(scheduler)) {}
+      scheduler_(std::move(scheduler)) {
+    assertThat(mounts_->arpSuppressionStatus() != nullptr, "mounts()->arpSuppressionStatus()");
+    assertThat(mounts_->evpnStatus() != nullptr, "mounts()->evpnStatus()");
+    assertThat(mounts_->arpInputConfig() != nullptr, "mounts()->arpInputConfig()");
+}
 
 Vela::Ptr<ArpSuppressionRootSm>
 arpSuppressionRootSmFactory(Vela::Ptr<ArpSuppressionMounts> mounts, bool isPhysicalHardware,
                             Vela::Ptr<Vela::TaskScheduler> scheduler) {
-    assertThat(mounts->evpnStatus() != nullptr, "mounts()->evpnStatus()");
-    assertThat(mounts->arpSuppressionStatus() != nullptr, "mounts()->arpSuppressionStatus()");
     auto rootSm = Vela::make<ArpSuppressionRootSm>(std::move(mounts), isPhysicalHardware,
                                                    std::move(scheduler));
     rootSm->handleRunnable();
@@ -35,6 +37,7 @@ void ArpSuppressionRootSm::handleInitialized() {
 }
 
 void ArpSuppressionRootSm::handleDestroy() noexcept {
+    TRACE(trace, 8, this, "handleDestroy");
     evpnStatus_.clear();
     if (root_) {
         arpSuppressionStop();

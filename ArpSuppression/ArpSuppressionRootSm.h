@@ -11,7 +11,8 @@
 namespace ArpSuppression {
 
 /// Decides whether suppression runs, which is while EVPN over MPLS is configured, and owns
-/// everything that exists only while it does. One that ends while it runs stops first.
+/// everything that exists only while it does. One that ends while it runs stops first. There must
+/// be both statuses and the input configuration.
 class ArpSuppressionRootSm final : public Vela::Entity {
   public:
     ArpSuppressionRootSm(Vela::Ptr<ArpSuppressionMounts> mounts, bool isPhysicalHardware,

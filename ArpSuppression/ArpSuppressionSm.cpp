@@ -140,6 +140,7 @@ void ArpSuppressionSm::handleInitialized() {
 }
 
 void ArpSuppressionSm::handleDestroy() noexcept {
+    TRACE(trace, 8, this, "handleDestroy");
     rawTxPam_.reset();
     fabricInterfaceWatch_.reset();
 }
@@ -368,10 +369,9 @@ void ArpSuppressionSm::sendArpReply(Bridging::VlanId vlanId, const Zinc::IpGenAd
     arp.targetIp = targetIp.v4();
     arp.write(writer);
     if (!rawTxPam_->transmit(*replyPkt, fabricInterfaceWatch_->kniIntfIfIndex())) {
+        boost::system::error_code error(errno, boost::system::system_category());
         TRACE(trace, 8, this,
-              " fabricInterfaceWatch="
-                  << fabricInterfaceWatch_ << " errno="
-                  << boost::system::error_code(errno, boost::system::system_category()).message());
+              " fabricInterfaceWatch=" << fabricInterfaceWatch_ << " errno=" << error.message());
         count(Id::replyTransmitFailed);
     }
 }

@@ -22,6 +22,15 @@ LocalRequestRecordSm::LocalRequestRecordSm(Vela::Ptr<Vela::TaskScheduler> schedu
         this, [this] { handleTrappedRequest(*receivedRequestTrapV6_); });
 }
 
+void LocalRequestRecordSm::handleInitialized() {
+    TRACE(trace, 8, this, "handleInitialized");
+    WalkSmBase::handleInitialized();
+}
+
+void LocalRequestRecordSm::handleDestroy() noexcept {
+    TRACE(trace, 8, this, "handleDestroy");
+}
+
 void LocalRequestRecordSm::handleTrappedRequest(const MessageTrap& trap) {
     Vela::Ptr<const TrappedMessage> trappedRequest = trap.lastTrappedMessage();
     if (!trappedRequest) {

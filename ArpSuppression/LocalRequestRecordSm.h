@@ -20,6 +20,8 @@ class LocalRequestRecordSm final : public Vela::WalkSmBase {
     void dumpState(Vela::DumpContext& context, int indent) const override;
 
   protected:
+    void handleInitialized() override;
+    void handleDestroy() noexcept override;
     bool allowWalkRestarts() const override { return true; }
     Vela::WalkRet walk() override;
     void traceEvent(Vela::TraceEvent event) override;

@@ -46,6 +46,7 @@ MessageTapSocketSm::MessageTapSocketSm(Vela::Ptr<Vela::TaskScheduler> scheduler,
       protocol_(protocol), notifyMode_(notifyMode) {}
 
 void MessageTapSocketSm::handleMessageTapSocketSmInitialized() {
+    TRACE(trace, 8, this, "handleInitialized");
     interfaceWatch_ = vlanL3InfoStatus_->findOrCreateVrfInterfaceWatch(interfaceName_, "default");
     ifIndexReaction_ =
         interfaceWatch_->kniIntfIfIndexAttribute().react(this, [this] { handleKniIntfIfIndex(); });
@@ -53,6 +54,7 @@ void MessageTapSocketSm::handleMessageTapSocketSmInitialized() {
 }
 
 void MessageTapSocketSm::handleMessageTapSocketSmDestroy() noexcept {
+    TRACE(trace, 8, this, "handleDestroy");
     closeSocket();
 }
 

@@ -1,16 +1,20 @@
 #include "ArpSuppression/ArpSuppressionAgent.h"
 
+#include "Platform/Base/UniqueFd.h"
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/Swiftlog.h"
+#include "Testing/PacketPorts.h"
 #include "Testing/SwitchFixture.h"
 #include "Testing/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace ArpSuppression {
@@ -41,9 +45,12 @@ class ArpSuppressionAgentTest : public Testing::SwitchFixture {
     }
 
     const ArpSuppressionMounts& mounts() const { return *agent->mounts(); }
+    bool running() const { return agent->rootSm()->root() != nullptr; }
 
+    Testing::PacketPorts ports;
     Vela::Ptr<ArpSuppressionAgent> agent = arpSuppressionAgentFactory("ArpSuppression");
 };
+using ArpSuppressionAgentDeathTest = ArpSuppressionAgentTest;
 
 TEST_F(ArpSuppressionAgentTest, theTraceFileNameHasTheProcessUnlessTheDirectoryIsGiven) {
     EXPECT_EQ(ArpSuppressionAgent::slInit("Arps"),
@@ -78,8 +85,11 @@ TEST_F(ArpSuppressionAgentTest, mountsAreCompleteOnlyFromTheLoop) {
     agent->doInit();
     EXPECT_TRUE(agent->localEntitiesCreated());
     EXPECT_FALSE(agent->mounts());
+    EXPECT_FALSE(agent->rootSm());
+    EXPECT_EQ(agent->commandRequestDirSm().callbackCollection().count(), 0u);
     runUntilIdle();
     EXPECT_TRUE(agent->mounts());
+    EXPECT_TRUE(agent->rootSm());
 }
 
 TEST_F(ArpSuppressionAgentTest, everythingMountedIsGathered) {
@@ -157,17 +167,37 @@ TEST_F(ArpSuppressionAgentTest, statusOfAnEarlierRunIsEmptiedAndStaysRunnable) {
     state().arpSuppressionStatus->vlanIdIs(VlanId(10), true);
     state().arpSuppressionStatus->vlanIdIs(VlanId(20), false);
     restartSwitch();
+    state().evpnStatus->mplsConfiguredIs(true);
     ASSERT_EQ(state().arpSuppressionStatus->vlanIds(), 2u);
     size_t vlansAtTheHolder = 99;
-    state().evpnStatus->mplsConfiguredIs(true);
     auto emptied = state().arpSuppressionStatus->vlanIdCollection().react(nullptr, [&](VlanId) {
         EXPECT_FALSE(agent->mounts()) << "emptied before anything else is created";
+        EXPECT_FALSE(agent->rootSm());
         vlansAtTheHolder = state().arpSuppressionStatus->vlanIds();
     });
     start(*agent);
     EXPECT_EQ(vlansAtTheHolder, 0u);
     EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
     EXPECT_TRUE(state().arpSuppressionStatus->runnable());
+    EXPECT_TRUE(running());
+}
+
+TEST_F(ArpSuppressionAgentTest, whatAnEarlierRunLeftIsWithdrawnWhereEvpnIsOff) {
+    state().arpSuppressionStatus->runnableIs(true);
+    state().arpSuppressionStatus->vlanIdIs(VlanId(10), true);
+    restartSwitch();
+    ASSERT_TRUE(state().arpSuppressionStatus->runnable());
+    Testing::TraceCapture capture("ArpSuppression=8");
+    start(*agent);
+    EXPECT_EQ(capture.count(" arpSuppressionStart "), 1u) << capture.text();
+    EXPECT_EQ(capture.count(" arpSuppressionStop "), 1u) << capture.text();
+    EXPECT_FALSE(running());
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+    EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
+    EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
+    agent->destroy();
+    restartSwitch(); // and the next one finds nothing to do
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
 }
 
 TEST_F(ArpSuppressionAgentTest, theInputConfigurationIsTaggedAndKeepsItsEntries) {
@@ -245,11 +275,23 @@ TEST_F(ArpSuppressionAgentTest, anEntityOfAnotherTypeLeavesItsReferenceEmpty) {
         capture.contains("path=evpn/mplsConfig is no Evpn::MplsConfig but a Evpn::EvpnStatus"));
     EXPECT_FALSE(mounts().evpnMplsConfig());
     EXPECT_TRUE(mounts().evpnStatus());
+    EXPECT_TRUE(agent->rootSm());
 }
 
-TEST_F(ArpSuppressionAgentTest, nothingStartsWithoutTheStatusEntities) {
-    entityManager()->entityIs("arpSuppression/status", state().evpnStatus);
-    EXPECT_DEATH(start(*agent), "mounts\\(\\)->arpSuppressionStatus\\(\\)");
+TEST_F(ArpSuppressionAgentDeathTest, thereIsNoRootStateMachineWithoutTheStatuses) {
+    for (auto [path, text] :
+         {std::pair("arpSuppression/status", "ArpSuppressionRootSm.*mounts\\(\\)->"
+                                             "arpSuppressionStatus\\(\\)"),
+          std::pair("evpn/status", "ArpSuppressionRootSm.*mounts\\(\\)->evpnStatus\\(\\)"),
+          std::pair("arp/input/config/arpSuppression",
+                    "ArpSuppressionRootSm.*mounts\\(\\)->arpInputConfig\\(\\)")}) {
+        EXPECT_DEATH(
+            {
+                entityManager()->entityIs(path, state().bridgingConfig);
+                start(*agent);
+            },
+            text);
+    }
 }
 
 TEST_F(ArpSuppressionAgentTest, aTableOfAnotherTypeLeavesItsReferenceEmpty) {
@@ -276,9 +318,88 @@ TEST_F(ArpSuppressionAgentTest, replacingTheHolderEndsTheOldOne) {
     EXPECT_TRUE(agent->vrfIdReverseMapper()->hasNotificationActive());
 }
 
+TEST_F(ArpSuppressionAgentTest, replacingTheRootStateMachineEndsTheOldOne) {
+    state().evpnStatus->mplsConfiguredIs(true);
+    start(*agent);
+    auto old = agent->rootSm();
+    agent->rootSmIs(agent->mounts(), true, scheduler());
+    EXPECT_TRUE(old->destroyed());
+    EXPECT_FALSE(old->root());
+    EXPECT_NE(agent->rootSm(), old);
+    EXPECT_TRUE(agent->rootSm()->isPhysicalHardware());
+    EXPECT_TRUE(running());
+    EXPECT_TRUE(state().arpSuppressionStatus->runnable());
+    agent->rootSmDel();
+    EXPECT_FALSE(agent->rootSm());
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+}
+
+TEST_F(ArpSuppressionAgentTest, suppressionRunsFromMountsCompleteWhereEvpnIsConfigured) {
+    state().evpnStatus->mplsConfiguredIs(true);
+    start(*agent);
+    EXPECT_TRUE(running());
+    EXPECT_TRUE(state().arpSuppressionStatus->runnable());
+    EXPECT_EQ(agent->rootSm()->mounts(), agent->mounts());
+    state().evpnStatus->mplsConfiguredIs(false);
+    EXPECT_FALSE(running());
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+}
+
+TEST_F(ArpSuppressionAgentTest, withoutEvpnItWaitsForIt) {
+    start(*agent);
+    EXPECT_FALSE(running());
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+    EXPECT_EQ(ports.opened(), 0u);
+    state().evpnStatus->mplsConfiguredIs(true);
+    EXPECT_TRUE(running());
+}
+
+TEST_F(ArpSuppressionAgentTest, anAgentThatEndsWhileItRunsStopsFirst) {
+    state().evpnStatus->mplsConfiguredIs(true);
+    start(*agent);
+    Testing::TraceCapture capture("ArpSuppression=8");
+    agent->destroy();
+    EXPECT_EQ(capture.count(" arpSuppressionStop "), 1u) << capture.text();
+    EXPECT_FALSE(agent->rootSm());
+    EXPECT_EQ(agent->commandRequestDirSm().callbackCollection().count(), 0u);
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+}
+
 TEST_F(ArpSuppressionAgentTest, theHardwareFlagIsThePlatforms) {
+    state().evpnStatus->mplsConfiguredIs(true);
     start(*agent, true);
     EXPECT_TRUE(agent->isPhysicalHardware());
+    EXPECT_TRUE(agent->rootSm()->isPhysicalHardware());
+    EXPECT_STREQ(agent->rootSm()->messageTrapSm()->typeName(), "MessageTrapSmPhysical");
+}
+
+TEST_F(ArpSuppressionAgentTest, aSimulatedPlatformHasItsOwnPacketPath) {
+    state().evpnStatus->mplsConfiguredIs(true);
+    start(*agent, false);
+    EXPECT_FALSE(agent->rootSm()->isPhysicalHardware());
+    EXPECT_STREQ(agent->rootSm()->messageTrapSm()->typeName(), "MessageTrapSmMimic");
+}
+
+TEST_F(ArpSuppressionAgentTest, registersTheCommandThatDumpsTheRoot) {
+    start(*agent);
+    auto& commands = agent->commandRequestDirSm();
+    EXPECT_EQ(commands.callbackCollection().count(), 1u);
+    auto callback = commands.callback("showTechSupport");
+    ASSERT_TRUE(callback);
+    EXPECT_STREQ(callback->commandName(), "showTechSupport");
+    std::array<int, 2> ends;
+    ASSERT_EQ(pipe(ends.data()), 0);
+    Vela::UniqueFd readEnd(ends[0]);
+    {
+        Vela::UniqueFd writeEnd(ends[1]);
+        callback->handleCommand(writeEnd.get(), "showTechSupport");
+    }
+    std::array<char, 8192> output;
+    ssize_t length = read(readEnd.get(), output.data(), output.size());
+    ASSERT_GT(length, 0);
+    Vela::DumpContext dump;
+    agent->rootSm()->dumpState(dump, 0);
+    EXPECT_EQ(std::string(output.data(), static_cast<size_t>(length)), dump.text());
 }
 
 TEST_F(ArpSuppressionAgentTest, dumpsItsHeaderAndItsChildren) {
@@ -287,6 +408,7 @@ TEST_F(ArpSuppressionAgentTest, dumpsItsHeaderAndItsChildren) {
     agent->dumpState(dump, 2);
     EXPECT_EQ(dump.text().find("  ArpSuppressionAgent\n"), 0u);
     EXPECT_NE(dump.text().find("    ArpSuppressionMounts\n"), std::string::npos);
+    EXPECT_NE(dump.text().find("    ArpSuppressionRootSm\n"), std::string::npos);
     EXPECT_NE(dump.text().find("reader arp/status complete=no"), std::string::npos);
     Vela::DumpContext holder;
     agent->mounts()->dumpState(holder, 3);
@@ -296,10 +418,14 @@ TEST_F(ArpSuppressionAgentTest, dumpsItsHeaderAndItsChildren) {
 TEST_F(ArpSuppressionAgentTest, tracesItsTwoSteps) {
     Testing::TraceCapture capture("ArpSuppression=8");
     start(*agent);
-    ASSERT_GE(linesOf(capture).size(), 2u);
-    EXPECT_TRUE(linesOf(capture)[0].ends_with(" doInit ArpSuppressionAgent(ArpSuppression) doInit"))
-        << linesOf(capture)[0];
-    EXPECT_TRUE(linesOf(capture)[1].ends_with(" doMountsComplete")) << linesOf(capture)[1];
+    auto lines = linesOf(capture);
+    ASSERT_EQ(lines.size(), 4u) << capture.text();
+    EXPECT_TRUE(lines[0].ends_with(" doInit ArpSuppressionAgent(ArpSuppression) doInit"))
+        << lines[0];
+    EXPECT_TRUE(lines[1].ends_with(" doMountsComplete")) << lines[1];
+    EXPECT_TRUE(lines[2].ends_with(" handleInitialized")) << lines[2];
+    EXPECT_NE(lines[2].find("ArpSuppressionRootSm"), std::string::npos) << lines[2];
+    EXPECT_TRUE(lines[3].ends_with(" root=NULL")) << lines[3];
 }
 
 TEST_F(ArpSuppressionAgentTest, anAgentThatEndsWhileItWaitsHearsNothingMore) {
