@@ -9,6 +9,7 @@
 #include "Platform/Value/IntfNameTable.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <unistd.h>
@@ -114,7 +115,9 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
 Vela::Ptr<Vela::TaskScheduler> Daemon::makeScheduler() {
     setTrace(configuration_);
     Vela::toggleDirectoryIs(configuration_.toggleDirectory);
-    Vela::Swiftlog::defaultDirectoryIs(configuration_.logDirectory);
+    // One file, and the one of the run before: a daemon that dies again and again must not fill the
+    // disk with them.
+    setenv("SWIFTLOGDIR", configuration_.logDirectory.c_str(), 0);
     Zinc::intfNameTableIs(Zinc::IntfNameTable::ownerOf(runtimeDirectory_.path("interfaces")));
     return Vela::make<Vela::TaskScheduler>(clock_, Vela::TaskScheduler::Settings());
 }

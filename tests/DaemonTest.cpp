@@ -17,6 +17,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
@@ -126,7 +127,8 @@ TEST_F(DaemonTest, ItComesToMountsComplete) {
     EXPECT_EQ(answer.errors, "");
     for (const std::string& piece :
          {"arpsupd " + path("run") + "\n", "process=" + std::to_string(daemon_->pid()) + "\n",
-          "configuration=" + file() + "\n", "ringBufferFile=" + path("log") + "/ArpSuppression-",
+          "configuration=" + file() + "\n",
+          "ringBufferFile=" + path("log") + "/ArpSuppression.sl\n",
           std::string("bridgeMacAddr=02:00:00:00:00:77"), std::string("ArpSuppressionRootSm"),
           std::string("ArpSuppressionMounts")}) {
         EXPECT_TRUE(holds(answer.output, piece)) << piece << "\n" << answer.output;
@@ -339,6 +341,19 @@ TEST_F(DaemonTest, ThePublishedStatusSurvives) {
     EXPECT_TRUE(holds(techSupport().output, "runnable=no"));
     expected[0] = 0;
     EXPECT_EQ(imageOf(), expected);
+}
+
+TEST_F(DaemonTest, OneRingBufferFileIsKeptOfTheRunsBefore) {
+    configure("");
+    for (unsigned run = 0; run < 3; ++run) {
+        start();
+        killIt();
+    }
+    std::set<std::string> files;
+    for (const auto& entry : fs::directory_iterator(path("log"))) {
+        files.insert(entry.path().filename());
+    }
+    EXPECT_EQ(files, (std::set<std::string>{"ArpSuppression.sl", "ArpSuppression.sl.1"}));
 }
 
 TEST_F(DaemonTest, SuppressionFollowsTheConfiguration) {
