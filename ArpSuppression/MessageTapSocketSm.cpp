@@ -35,6 +35,16 @@ uint16_t ethProtocolOf(MessageTapSocketSm::Protocol protocol) {
     return 0;
 }
 
+/// Until it was bound the socket took frames from every device.
+void dropWhatCameBefore(int sock) {
+    char byte;
+    ssize_t length;
+    do {
+        length = recv(sock, &byte, 1, MSG_DONTWAIT);
+        // Binding to a device that is down is reported once, in front of the frames.
+    } while (length > 0 || (length < 0 && errno == ENETDOWN));
+}
+
 } // namespace
 
 MessageTapSocketSm::MessageTapSocketSm(Vela::Ptr<Vela::TaskScheduler> scheduler,
@@ -85,6 +95,7 @@ void MessageTapSocketSm::openSocket() {
     if (notifyMode_ == NotifyMode::writable) {
         receiveNothing(socket.get());
     }
+    dropWhatCameBefore(socket.get());
     fileDescriptor_ = Vela::make<Vela::FileDescriptor>(scheduler(), "ArpTrap", std::move(socket));
     fileDescriptor_->hasNotificationActiveIs(true);
     readableReaction_ =
