@@ -39,7 +39,7 @@ MessageReinjectSmBase::MessageReinjectSmBase(
 void MessageReinjectSmBase::handleInitialized() {
     queueReaction_ =
         reinjectMessageQueue_->messageNotifier().react(this, [this] { scheduleWalk(); });
-    handleMessageTapSocketSmInitialized();
+    MessageTapSocketSm::handleInitialized();
 }
 
 void MessageReinjectSmBase::dumpState(Vela::DumpContext& context, int indent) const {
@@ -67,6 +67,10 @@ Vela::WalkRet MessageReinjectSmBase::walk() {
                       << boost::system::error_code(errno, boost::system::system_category())
                              .message());
             count(Id::reinjectWriteFailed);
+            // A socket that is writable still is not announced again.
+            if (fileDescriptor()->writable() && reinjectMessageQueue_->messages() > 0) {
+                scheduleWalk();
+            }
             break;
         }
         count(Id::reinjectWritten);
