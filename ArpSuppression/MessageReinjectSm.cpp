@@ -37,8 +37,11 @@ MessageReinjectSmBase::MessageReinjectSmBase(
       arpSuppressionCounterStatus_(std::move(arpSuppressionCounterStatus)) {}
 
 void MessageReinjectSmBase::handleInitialized() {
-    queueReaction_ =
-        reinjectMessageQueue_->messageNotifier().react(this, [this] { scheduleWalk(); });
+    queueReaction_ = reinjectMessageQueue_->messageNotifier().react(this, [this] {
+        if (!walkScheduled()) {
+            scheduleWalk();
+        }
+    });
     MessageTapSocketSm::handleInitialized();
 }
 

@@ -185,6 +185,22 @@ TEST_F(MessageReinjectSmTest, theWalkYieldsBetweenMessagesWhenItsTimeIsUp) {
     EXPECT_EQ(countersMoved(), (Moved{{Id::reinjectWritten, 3}}));
 }
 
+TEST_F(MessageReinjectSmTest, aMessageThatComesDuringAWalkLeavesWithIt) {
+    deviceIs("arpinject", arpinject);
+    sm = Vela::make<SlowReinjectSm>(scheduler(), vlanL3InfoStatus, queue, counterStatus, clock());
+    runUntilIdle();
+    enqueue(1, 2);
+    TraceCapture lines("ArpSuppression=8");
+    while (!lines.contains("traceEvent=yielded\n")) {
+        ASSERT_TRUE(turn());
+    }
+    enqueue(3, 3);
+    runUntilIdle();
+    EXPECT_EQ(ports.written(arpinject), requests(1, 3));
+    EXPECT_FALSE(lines.contains("traceEvent=aborted")) << lines.text();
+    EXPECT_EQ(lines.count("traceEvent=finished\n"), 1u);
+}
+
 TEST_F(MessageReinjectSmTest, aWalkWithTimeLeftDoesNotYield) {
     deviceIs("arpinject", arpinject);
     makeMimic();
