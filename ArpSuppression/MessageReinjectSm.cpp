@@ -37,9 +37,12 @@ MessageReinjectSmBase::MessageReinjectSmBase(
       arpSuppressionCounterStatus_(std::move(arpSuppressionCounterStatus)) {}
 
 void MessageReinjectSmBase::handleInitialized() {
-    queueReaction_ =
-        reinjectMessageQueue_->messageNotifier().react(this, [this] { scheduleWalk(); });
-    handleMessageTapSocketSmInitialized();
+    queueReaction_ = reinjectMessageQueue_->messageNotifier().react(this, [this] {
+        if (!walkScheduled()) {
+            scheduleWalk();
+        }
+    });
+    MessageTapSocketSm::handleInitialized();
 }
 
 void MessageReinjectSmBase::dumpState(Vela::DumpContext& context, int indent) const {
@@ -67,6 +70,10 @@ Vela::WalkRet MessageReinjectSmBase::walk() {
                       << boost::system::error_code(errno, boost::system::system_category())
                              .message());
             count(Id::reinjectWriteFailed);
+            // A socket that is writable still is not announced again.
+            if (fileDescriptor()->writable() && reinjectMessageQueue_->messages() > 0) {
+                scheduleWalk();
+            }
             break;
         }
         count(Id::reinjectWritten);

@@ -29,10 +29,9 @@ uint16_t ethProtocolOf(MessageTapSocketSm::Protocol protocol) {
     case MessageTapSocketSm::Protocol::all:
         return 3;
     case MessageTapSocketSm::Protocol::invalid:
-        break;
+        Vela::failAssertion("0 != proto");
     }
-    assertThat(false, "0 != proto");
-    return 0;
+    Vela::failAssertion("false");
 }
 
 /// Until it was bound the socket took frames from every device.
@@ -61,6 +60,11 @@ void MessageTapSocketSm::handleMessageTapSocketSmInitialized() {
     ifIndexReaction_ =
         interfaceWatch_->kniIntfIfIndexAttribute().react(this, [this] { handleKniIntfIfIndex(); });
     handleKniIntfIfIndex();
+}
+
+void MessageTapSocketSm::handleInitialized() {
+    WalkSmBase::handleInitialized();
+    handleMessageTapSocketSmInitialized();
 }
 
 void MessageTapSocketSm::handleMessageTapSocketSmDestroy() noexcept {
@@ -138,7 +142,9 @@ void MessageTapSocketSm::closeSocket() noexcept {
 
 void MessageTapSocketSm::handleFileDescriptor() {
     bool scheduled = walkScheduled();
-    scheduleWalk();
+    if (!scheduled) { // what a walk under way goes on with need not start over
+        scheduleWalk();
+    }
     TRACE(trace, 8, this,
           " scheduled=" << scheduled << " readableCount=" << fileDescriptor_->readableCount()
                         << " writableCount=" << fileDescriptor_->writableCount());

@@ -38,7 +38,7 @@ class MessageTapSocketSm : public Vela::WalkSmBase {
     bool walkStartedNotification() override { return false; }
     void traceEvent(Vela::TraceEvent event) override;
 
-    void handleInitialized() override { handleMessageTapSocketSmInitialized(); }
+    void handleInitialized() override;
     void handleDestroy() noexcept override { handleMessageTapSocketSmDestroy(); }
 
   private:

@@ -169,8 +169,8 @@ void MessageTrapSm::processIp6Message(const MessageData& data, uint32_t vlanId, 
     if (data.length() < icmp6 + Vela::Icmp6Hdr::wireBytes) {
         return refuse("not enough data for Icmp6Hdr=", data);
     }
-    processIcmp6Message(data, data.data()[icmp6], data.length() - ip6, vlanId, srcIfIndex, vlanTag,
-                        tagBytes);
+    processIcmp6Message(data, data.data()[icmp6], data.length() - icmp6, vlanId, srcIfIndex,
+                        vlanTag, tagBytes);
 }
 
 bool MessageTrapSm::isSuppressed(Bridging::VlanId vlanId, const MessageData& data) {
@@ -255,8 +255,8 @@ void MessageTrapSm::processIcmp6Message(const MessageData& data, uint8_t icmp6Ty
         }
         TRACE(trace, 8, this, kind.name);
         Arp::NdPkt pkt;
-        Arp::NdErrors errors =
-            kind.validate(data.bytes().subspan(ethHdrEnd + tagBytes, length), pkt);
+        Arp::NdErrors errors = kind.validate(
+            data.bytes().subspan(ethHdrEnd + tagBytes, Vela::Ip6Hdr::wireBytes + length), pkt);
         if (errors) {
             TRACE(trace, 8, this, kind.errorText << errors);
             arpSuppressionCounterStatus_->increment(Id::trapMalformed);
