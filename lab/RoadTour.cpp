@@ -172,7 +172,7 @@ int showAll() {
     const TrapFrame unknownTagged{.dot1q = 10, .targetIp = Zinc::IpGenAddr("10.0.0.9")};
     Testing::enterOwnNetworkNamespace();
     {
-        std::cout << "== a request on real sockets: forwarding in software\n";
+        std::cout << "\n== a request on real sockets: forwarding in software\n";
         RoadTour tour(false);
         tour.show("another switch has advertised 10.0.0.2: the agent answers for it", known,
                   tour.fabric());
