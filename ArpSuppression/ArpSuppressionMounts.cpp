@@ -45,34 +45,4 @@ void ArpSuppressionMounts::dumpState(Vela::DumpContext& context, int indent) con
     context.print(indent, "ArpSuppressionMounts\n");
 }
 
-Vela::Ptr<ArpSuppressionMounts> arpSuppressionMountsFactory(
-    Vela::Ptr<Vela::EntityManager> entityManager,
-    Vela::Ptr<const RemoteBindingConfig> remoteBindingConfig,
-    Vela::Ptr<const Quarry::MountGroup> remoteBindingConfigMountGroup,
-    Vela::Ptr<ArpSuppressionStatus> arpSuppressionStatus,
-    Vela::Ptr<ArpSuppressionCounterStatus> arpSuppressionCounterStatus,
-    Vela::Ptr<const Ip::AllVrfStatusLocal> allVrfStatusLocal,
-    Vela::Ptr<const Vrf::VrfIdMap::Status> vrfIdMap,
-    Vela::Ptr<const Vrf::VrfIdMap::NameToIdMap> vrfNameToIdMap,
-    Vela::Ptr<const Arp::Table::Status> arpStatus, Vela::Ptr<const Ip::Status> ipStatus,
-    Vela::Ptr<const Ip6::Status> ip6Status, Vela::Ptr<const Bridging::Config> bridgingConfig,
-    Vela::Ptr<const Quarry::Bridging::Status> bridgingStatus,
-    Vela::Ptr<const Evpn::EvpnStatus> evpnStatus, Vela::Ptr<const Evpn::MplsConfig> evpnMplsConfig,
-    Vela::Ptr<const Routing::Fhrp::VirtualRouterMacStatus> fhrpVrMacStatus,
-    Vela::Ptr<Arp::InputConfig> arpInputConfig,
-    Vela::Ptr<const Interface::AllIntfStatusDir> allIntfStatusDir,
-    Vela::Ptr<const Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir,
-    Vela::Ptr<const Routing::L2Vpn::Config> l2VpnConfig,
-    Vela::Ptr<const Brant::IntfEncapServiceIntfColl> intfEncapServiceIntf) {
-    return Vela::make<ArpSuppressionMounts>(
-        std::move(entityManager), std::move(remoteBindingConfig),
-        std::move(remoteBindingConfigMountGroup), std::move(arpSuppressionStatus),
-        std::move(arpSuppressionCounterStatus), std::move(allVrfStatusLocal), std::move(vrfIdMap),
-        std::move(vrfNameToIdMap), std::move(arpStatus), std::move(ipStatus), std::move(ip6Status),
-        std::move(bridgingConfig), std::move(bridgingStatus), std::move(evpnStatus),
-        std::move(evpnMplsConfig), std::move(fhrpVrMacStatus), std::move(arpInputConfig),
-        std::move(allIntfStatusDir), std::move(allIntfStatusLocalDir), std::move(l2VpnConfig),
-        std::move(intfEncapServiceIntf));
-}
-
 } // namespace ArpSuppression

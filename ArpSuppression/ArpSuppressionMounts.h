@@ -21,6 +21,8 @@
 #include "Platform/Quarry/TableService.h"
 #include "Platform/StateDb/EntityManager.h"
 
+#include <utility>
+
 namespace ArpSuppression {
 
 /// The mounted entities that everything in the agent gets its inputs from and writes its outputs
@@ -121,24 +123,9 @@ class ArpSuppressionMounts final : public Vela::Entity {
 };
 
 /// Takes what the constructor takes.
-Vela::Ptr<ArpSuppressionMounts> arpSuppressionMountsFactory(
-    Vela::Ptr<Vela::EntityManager> entityManager,
-    Vela::Ptr<const RemoteBindingConfig> remoteBindingConfig,
-    Vela::Ptr<const Quarry::MountGroup> remoteBindingConfigMountGroup,
-    Vela::Ptr<ArpSuppressionStatus> arpSuppressionStatus,
-    Vela::Ptr<ArpSuppressionCounterStatus> arpSuppressionCounterStatus,
-    Vela::Ptr<const Ip::AllVrfStatusLocal> allVrfStatusLocal,
-    Vela::Ptr<const Vrf::VrfIdMap::Status> vrfIdMap,
-    Vela::Ptr<const Vrf::VrfIdMap::NameToIdMap> vrfNameToIdMap,
-    Vela::Ptr<const Arp::Table::Status> arpStatus, Vela::Ptr<const Ip::Status> ipStatus,
-    Vela::Ptr<const Ip6::Status> ip6Status, Vela::Ptr<const Bridging::Config> bridgingConfig,
-    Vela::Ptr<const Quarry::Bridging::Status> bridgingStatus,
-    Vela::Ptr<const Evpn::EvpnStatus> evpnStatus, Vela::Ptr<const Evpn::MplsConfig> evpnMplsConfig,
-    Vela::Ptr<const Routing::Fhrp::VirtualRouterMacStatus> fhrpVrMacStatus,
-    Vela::Ptr<Arp::InputConfig> arpInputConfig,
-    Vela::Ptr<const Interface::AllIntfStatusDir> allIntfStatusDir,
-    Vela::Ptr<const Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir,
-    Vela::Ptr<const Routing::L2Vpn::Config> l2VpnConfig,
-    Vela::Ptr<const Brant::IntfEncapServiceIntfColl> intfEncapServiceIntf);
+template <class... References>
+Vela::Ptr<ArpSuppressionMounts> arpSuppressionMountsFactory(References&&... references) {
+    return Vela::make<ArpSuppressionMounts>(std::forward<References>(references)...);
+}
 
 } // namespace ArpSuppression
