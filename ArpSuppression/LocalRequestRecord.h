@@ -52,7 +52,7 @@ class LocalRequestRecord final : public Vela::Entity {
     const char* typeName() const noexcept override { return "LocalRequestRecord"; }
     void dumpState(Vela::DumpContext& context, int indent) const override;
 
-    /// The pair has been asked for now.
+    /// The pair is being requested at this moment.
     void recordLocalRequest(const RemoteBindingKey& remoteBindingKey);
 
     /// The collection announces the key of an entry that comes or goes.
@@ -62,7 +62,7 @@ class LocalRequestRecord final : public Vela::Entity {
     Vela::Ptr<LocalRequestRecordEntry> entry(const RemoteBindingKey& key) const {
         return entry_.value(key);
     }
-    /// Finds it, or creates one that is asked for now.
+    /// Finds it, or creates one whose last request is this moment.
     Vela::Ptr<LocalRequestRecordEntry> entryIs(const RemoteBindingKey& key);
     /// Ends the life of what it returns; none when absent. The key may be that of the entry.
     Vela::Ptr<LocalRequestRecordEntry> entryDel(const RemoteBindingKey& key);
