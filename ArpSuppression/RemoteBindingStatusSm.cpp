@@ -38,14 +38,6 @@ void RemoteBindingStatusSm::handleInitialized() {
     handleRemoteBindingReady();
     readyReaction_ = remoteBindingConfigMountGroup_->readyAttribute().react(
         this, [this] { handleRemoteBindingReady(); });
-    if (remoteBindingConfig_) {
-        remoteBindingReaction_ = remoteBindingConfig_->remoteBindingCollection().react(
-            this, [this](const RemoteBindingKey& key) {
-                if (configReady_) {
-                    handleRemoteBinding(key);
-                }
-            });
-    }
     vlanL3InfoReaction_ = vlanL3InfoStatus_->vlanL3InfoCollection().react(
         this, [this](Bridging::VlanId vlanId) { handleVlanL3Info(vlanId); });
 }
@@ -60,6 +52,8 @@ void RemoteBindingStatusSm::handleRemoteBindingReady() {
     TRACE(trace, 8, this, "configReady:" << configReady_ << " mountReady:" << mountReady);
     if (!configReady_ && mountReady) {
         configReady_ = true;
+        remoteBindingReaction_ = remoteBindingConfig_->remoteBindingCollection().react(
+            this, [this](const RemoteBindingKey& key) { handleRemoteBinding(key); });
         scheduleWalk();
     }
 }
