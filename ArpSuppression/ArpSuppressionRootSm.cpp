@@ -82,7 +82,12 @@ void ArpSuppressionRootSm::arpSuppressionStart() {
     localRequestRecordSm_ = Vela::make<LocalRequestRecordSm>(
         scheduler_, root()->receivedRequestTrapV4(), root()->receivedRequestTrapV6(),
         root()->localRequestRecord());
-    // Then VLAN L3 info, remote binding status and ARP input configuration, in this order.
+    vlanL3InfoSm_ = vlanL3InfoSmFactory(
+        scheduler_, mounts()->arpSuppressionStatus(), root()->enabledVlans(),
+        mounts()->allVrfStatusLocal(), mounts()->ipStatus(), mounts()->ip6Status(),
+        mounts()->vrfNameToIdMap(), mounts()->allIntfStatusDir(), mounts()->allIntfStatusLocalDir(),
+        root()->deviceIntfStatusDir(), root()->vlanL3InfoStatus(), mounts()->entityManager());
+    // Then remote binding status and ARP input configuration, in this order.
     arpSuppressionSm_ = arpSuppressionSmFactory(
         root()->receivedRequestTrapV4(), root()->reinjectMessageQueue(),
         mounts()->arpSuppressionCounterStatus(), root()->localRequestRecord(),
@@ -124,7 +129,8 @@ void ArpSuppressionRootSm::arpSuppressionStop() {
     messageReinjectSm_.reset();
     // Binding discovery has its place here.
     arpSuppressionSm_.reset();
-    // Then VLAN L3 info, status publisher, remote binding status and ARP input configuration.
+    vlanL3InfoSm_.reset();
+    // Then status publisher, remote binding status and ARP input configuration.
     root_.reset();
     assertThat(0 == mounts()->arpSuppressionStatus()->vlanIds(),
                "0 == mounts()->arpSuppressionStatus()->vlanIds()");
@@ -139,6 +145,7 @@ void ArpSuppressionRootSm::dumpState(Vela::DumpContext& context, int indent) con
     context.child(inner, "mounts", mounts_.get());
     context.child(inner, "root", root_.ptr().get());
     context.child(inner, "localRequestRecordSm", localRequestRecordSm_.ptr().get());
+    context.child(inner, "vlanL3InfoSm", vlanL3InfoSm_.ptr().get());
     context.child(inner, "arpSuppressionSm", arpSuppressionSm_.ptr().get());
     context.child(inner, "messageReinjectSm", messageReinjectSm_.ptr().get());
     context.child(inner, "messageTrapSm", messageTrapSm_.ptr().get());

@@ -6,6 +6,7 @@
 #include "ArpSuppression/LocalRequestRecordSm.h"
 #include "ArpSuppression/MessageReinjectSm.h"
 #include "ArpSuppression/MessageTrapSm.h"
+#include "ArpSuppression/VlanL3InfoSm.h"
 #include "Platform/Agent/CommandCallback.h"
 
 namespace ArpSuppression {
@@ -33,6 +34,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
 
     /// Empty while suppression does not run, as the machines are.
     const Vela::Ptr<ArpSuppressionRoot>& root() const { return root_.ptr(); }
+    const Vela::Ptr<VlanL3InfoSm>& vlanL3InfoSm() const { return vlanL3InfoSm_.ptr(); }
     const Vela::Ptr<ArpSuppressionSm>& arpSuppressionSm() const { return arpSuppressionSm_.ptr(); }
     const Vela::Ptr<MessageReinjectSmBase>& messageReinjectSm() const {
         return messageReinjectSm_.ptr();
@@ -63,6 +65,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     Vela::Reaction evpnStatus_;
     Vela::Owned<ArpSuppressionRoot> root_;
     Vela::Owned<LocalRequestRecordSm> localRequestRecordSm_;
+    Vela::Owned<VlanL3InfoSm> vlanL3InfoSm_;
     Vela::Owned<ArpSuppressionSm> arpSuppressionSm_;
     Vela::Owned<MessageReinjectSmBase> messageReinjectSm_;
     Vela::Owned<MessageTrapSm> messageTrapSm_;

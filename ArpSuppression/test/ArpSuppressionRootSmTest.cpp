@@ -67,6 +67,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_TRUE(runnable());
         EXPECT_TRUE(rootSm->root());
         EXPECT_TRUE(rootSm->localRequestRecordSm());
+        EXPECT_TRUE(rootSm->vlanL3InfoSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
         EXPECT_TRUE(rootSm->messageTrapSm());
@@ -74,6 +75,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
     void expectStopped() {
         EXPECT_FALSE(runnable());
         EXPECT_FALSE(rootSm->root());
+        EXPECT_FALSE(rootSm->vlanL3InfoSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
         EXPECT_FALSE(rootSm->messageTrapSm());
@@ -83,7 +85,9 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
     }
 
     static Strings started(const std::string& variant) {
-        return {"ArpSuppressionRoot handleInitialized", "LocalRequestRecordSm handleInitialized",
+        return {"ArpSuppressionRoot handleInitialized",
+                "LocalRequestRecordSm handleInitialized",
+                "VlanL3InfoSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
                 "MessageTrapSm" + variant + " handleInitialized"};
@@ -91,7 +95,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
     static Strings stopped(const std::string& variant) {
         return {"MessageTrapSm" + variant + " handleDestroy",
                 "MessageReinjectSm" + variant + " handleDestroy", "ArpSuppressionSm handleDestroy",
-                "ArpSuppressionRoot handleDestroy"};
+                "VlanL3InfoSm handleDestroy", "ArpSuppressionRoot handleDestroy"};
     }
 
     Testing::PacketPorts ports;
@@ -311,7 +315,7 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 10u); // all of the test above
+    EXPECT_EQ(livesSoFar, 12u); // all of the test above
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -416,8 +420,8 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
           "\n  ArpSuppressionRoot\n", "\n    EnabledVlans", "\n    VlanL3InfoStatus",
           "\n    RemoteBindingStatus", "\n    MessageTrap", "\n    MessageTrap",
           "\n    MessageQueue", "\n    LocalRequestRecord", "\n    ArpInputConfigTrigger",
-          "\n  LocalRequestRecordSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
-          "\n  MessageTrapSmMimic\n"}) {
+          "\n  LocalRequestRecordSm\n", "\n  VlanL3InfoSm\n", "\n  ArpSuppressionSm\n",
+          "\n  MessageReinjectSmMimic\n", "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
         ASSERT_NE(found, std::string::npos) << line << " in\n" << dump.text();
         at = found + 1;
@@ -434,7 +438,8 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
     EXPECT_EQ(outputOf(*callback, ""),
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
               "  ArpSuppressionMounts\n  root=NULL\n  localRequestRecordSm=NULL\n"
-              "  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  messageTrapSm=NULL\n");
+              "  vlanL3InfoSm=NULL\n  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  "
+              "messageTrapSm=NULL\n");
 }
 
 // What the machines share
