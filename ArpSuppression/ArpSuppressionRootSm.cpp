@@ -84,7 +84,11 @@ void ArpSuppressionRootSm::arpSuppressionStart() {
     localRequestRecordSm_ = Vela::make<LocalRequestRecordSm>(
         scheduler_, root()->receivedRequestTrapV4(), root()->receivedRequestTrapV6(),
         root()->localRequestRecord());
-    // VLAN L3 info has its place here.
+    vlanL3InfoSm_ = vlanL3InfoSmFactory(
+        scheduler_, mounts()->arpSuppressionStatus(), root()->enabledVlans(),
+        mounts()->allVrfStatusLocal(), mounts()->ipStatus(), mounts()->ip6Status(),
+        mounts()->vrfNameToIdMap(), mounts()->allIntfStatusDir(), mounts()->allIntfStatusLocalDir(),
+        root()->deviceIntfStatusDir(), root()->vlanL3InfoStatus(), mounts()->entityManager());
     remoteBindingStatusSm_ = Vela::make<RemoteBindingStatusSm>(
         scheduler_, mounts()->remoteBindingConfig(), mounts()->remoteBindingConfigMountGroup(),
         root()->vlanL3InfoStatus(), root()->remoteBindingStatus());
@@ -130,7 +134,7 @@ void ArpSuppressionRootSm::arpSuppressionStop() {
     messageReinjectSm_.reset();
     // Binding discovery has its place here.
     arpSuppressionSm_.reset();
-    // VLAN L3 info has its place here.
+    vlanL3InfoSm_.reset();
     arpSuppressionStatusSm_.reset();
     remoteBindingStatusSm_.reset();
     // ARP input configuration has its place here.
@@ -149,6 +153,7 @@ void ArpSuppressionRootSm::dumpState(Vela::DumpContext& context, int indent) con
     context.child(inner, "root", root_.ptr().get());
     context.child(inner, "arpSuppressionStatusSm", arpSuppressionStatusSm_.ptr().get());
     context.child(inner, "localRequestRecordSm", localRequestRecordSm_.ptr().get());
+    context.child(inner, "vlanL3InfoSm", vlanL3InfoSm_.ptr().get());
     context.child(inner, "remoteBindingStatusSm", remoteBindingStatusSm_.ptr().get());
     context.child(inner, "arpSuppressionSm", arpSuppressionSm_.ptr().get());
     context.child(inner, "messageReinjectSm", messageReinjectSm_.ptr().get());

@@ -8,6 +8,7 @@
 #include "ArpSuppression/MessageReinjectSm.h"
 #include "ArpSuppression/MessageTrapSm.h"
 #include "ArpSuppression/RemoteBindingStatusSm.h"
+#include "ArpSuppression/VlanL3InfoSm.h"
 #include "Platform/Agent/CommandCallback.h"
 
 namespace ArpSuppression {
@@ -38,6 +39,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     const Vela::Ptr<ArpSuppressionStatusSm>& arpSuppressionStatusSm() const {
         return arpSuppressionStatusSm_.ptr();
     }
+    const Vela::Ptr<VlanL3InfoSm>& vlanL3InfoSm() const { return vlanL3InfoSm_.ptr(); }
     const Vela::Ptr<RemoteBindingStatusSm>& remoteBindingStatusSm() const {
         return remoteBindingStatusSm_.ptr();
     }
@@ -72,6 +74,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     Vela::Owned<ArpSuppressionRoot> root_;
     Vela::Owned<ArpSuppressionStatusSm> arpSuppressionStatusSm_;
     Vela::Owned<LocalRequestRecordSm> localRequestRecordSm_;
+    Vela::Owned<VlanL3InfoSm> vlanL3InfoSm_;
     Vela::Owned<RemoteBindingStatusSm> remoteBindingStatusSm_;
     Vela::Owned<ArpSuppressionSm> arpSuppressionSm_;
     Vela::Owned<MessageReinjectSmBase> messageReinjectSm_;

@@ -68,6 +68,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_TRUE(rootSm->root());
         EXPECT_TRUE(rootSm->arpSuppressionStatusSm());
         EXPECT_TRUE(rootSm->localRequestRecordSm());
+        EXPECT_TRUE(rootSm->vlanL3InfoSm());
         EXPECT_TRUE(rootSm->remoteBindingStatusSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
@@ -77,6 +78,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_FALSE(runnable());
         EXPECT_FALSE(rootSm->root());
         EXPECT_FALSE(rootSm->arpSuppressionStatusSm());
+        EXPECT_FALSE(rootSm->vlanL3InfoSm());
         EXPECT_FALSE(rootSm->remoteBindingStatusSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
@@ -90,6 +92,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         return {"ArpSuppressionRoot handleInitialized",
                 "ArpSuppressionStatusSm handleInitialized",
                 "LocalRequestRecordSm handleInitialized",
+                "VlanL3InfoSm handleInitialized",
                 "RemoteBindingStatusSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
@@ -99,6 +102,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         return {"MessageTrapSm" + variant + " handleDestroy",
                 "MessageReinjectSm" + variant + " handleDestroy",
                 "ArpSuppressionSm handleDestroy",
+                "VlanL3InfoSm handleDestroy",
                 "ArpSuppressionStatusSm handleDestroy",
                 "RemoteBindingStatusSm handleDestroy",
                 "ArpSuppressionRoot handleDestroy"};
@@ -321,7 +325,7 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 14u); // all of the test above
+    EXPECT_EQ(livesSoFar, 16u); // all of the test above
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -427,7 +431,7 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
           "\n  ArpSuppressionRoot\n", "\n    EnabledVlans", "\n    VlanL3InfoStatus",
           "\n    RemoteBindingStatus", "\n    MessageTrap", "\n    MessageTrap",
           "\n    MessageQueue", "\n    LocalRequestRecord", "\n    ArpInputConfigTrigger",
-          "\n  ArpSuppressionStatusSm\n", "\n  LocalRequestRecordSm\n",
+          "\n  ArpSuppressionStatusSm\n", "\n  LocalRequestRecordSm\n", "\n  VlanL3InfoSm\n",
           "\n  RemoteBindingStatusSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
           "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
@@ -446,7 +450,7 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
     EXPECT_EQ(outputOf(*callback, ""),
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
               "  ArpSuppressionMounts\n  root=NULL\n  arpSuppressionStatusSm=NULL\n"
-              "  localRequestRecordSm=NULL\n  remoteBindingStatusSm=NULL\n"
+              "  localRequestRecordSm=NULL\n  vlanL3InfoSm=NULL\n  remoteBindingStatusSm=NULL\n"
               "  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  messageTrapSm=NULL\n");
 }
 
