@@ -56,6 +56,13 @@ TableView::Step TableView::locate(const Target& target, uint64_t* payload) const
     }
 }
 
+/// A walk asks next for what a link leads to, which it would have to wait for.
+void TableView::approach(uint32_t link) const {
+    if (!(link & Format::bucketLink) && link - 1 < mapping_.capacity()) {
+        __builtin_prefetch(&mapping_.record(link - 1));
+    }
+}
+
 /// Follows the list from the target's bucket. Beside a removal the outcome can be any.
 TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
     constexpr Step absent{Outcome::absent, 0};
@@ -120,6 +127,7 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
         if (order >= wanted) {
             Outcome outcome = readRecord(record, payload);
             if (outcome != Outcome::found || order > wanted || target.which == Which::any) {
+                approach(record.next.load(acquire));
                 return {outcome, hash};
             }
             int compared = compareKeys(payload, target.key);

@@ -60,6 +60,7 @@ class TableView {
 
     Step locate(const Target& target, uint64_t* payload) const;
     Step walk(const Target& target, uint64_t* payload) const;
+    void approach(uint32_t link) const;
     Outcome readRecord(const Format::Record& record, uint64_t* payload) const;
     std::optional<uint32_t> stableSequence(const Format::Record& record) const;
     int compareKeys(const uint64_t* payload, const uint64_t* key) const;

@@ -93,6 +93,24 @@ class HashTable {
         return node ? &Layout::value(node->element) : nullptr;
     }
 
+    /// For who is about to ask for many keys: outside the caches each step of a lookup waits for
+    /// memory, and these begin such steps without waiting. First for the bucket of each key, then
+    /// for what stands in each bucket; the table may not change in between.
+    using Bucket = Node* const*;
+    Bucket bucketAhead(const Key& key) const noexcept {
+        if (size_ == 0) {
+            return nullptr;
+        }
+        Bucket bucket = &slot(bucketOf(hashOf(key)));
+        __builtin_prefetch(bucket);
+        return bucket;
+    }
+    static void entriesAhead(Bucket bucket) noexcept {
+        if (bucket) {
+            __builtin_prefetch(*bucket);
+        }
+    }
+
     /// The value of `key`, made by `make()` where there is none; and whether it was made. `make`
     /// may use the table but must not insert `key`.
     template <class Make>
@@ -252,6 +270,8 @@ class HashTable {
             link = &(*link)->next;
         }
         slot(added) = std::exchange(*link, nullptr);
+        // The next insertion splits this one: outside the caches it would have to wait for it.
+        __builtin_prefetch(slot((added + 1) ^ std::bit_floor(added + 1)));
     }
 
     void removeBucket() noexcept {
