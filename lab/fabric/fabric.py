@@ -14,19 +14,28 @@ bridge with one gateway address per VLAN.
 
 import shutil
 from dataclasses import dataclass, field
+from typing import NamedTuple
 
 from . import namespaces
 from .frr import Frr, directory_of
 from .namespaces import Namespace, eventually
 from .wire import Wire
 
-VLANS = (10, 20, 30)
-VRF_VLAN = 30
 VRF = "red"
+VRF_VLAN = 30
+VNI = {10: 10010, 20: 10020, VRF_VLAN: 10030}  # by VLAN
+VLANS = tuple(VNI)
 
 
-def vni(vlan):
-    return 10000 + vlan
+class Binding(NamedTuple):
+    """Which MAC address an IP address is at."""
+
+    vlan: int
+    address: str
+    mac: str
+
+    def __str__(self):
+        return f"VLAN {self.vlan} {self.address} {self.mac}"
 
 
 @dataclass
@@ -46,6 +55,10 @@ class Host:
     @property
     def mac(self):
         return f"02:00:00:00:{self.vlan}:{self.number}"
+
+    @property
+    def binding(self):
+        return Binding(self.vlan, self.address, self.mac)
 
     @property
     def port(self):
@@ -93,7 +106,7 @@ class Leaf:
         self.namespace.links(
             f"link add {bridge} address {mac} type bridge stp_state 0 forward_delay 0"
             " mcast_snooping 0",
-            f"link add {tunnel} type vxlan id {vni(vlan)} local {self.underlay} dstport 4789"
+            f"link add {tunnel} type vxlan id {VNI[vlan]} local {self.underlay} dstport 4789"
             " nolearning",
             f"link set {tunnel} master {bridge}",
             f"link set {tunnel} type bridge_slave learning off neigh_suppress off",
@@ -131,16 +144,16 @@ class Leaf:
         return host.mac in shown.stdout and "extern_learn" not in shown.stdout
 
     def remote_neighbours(self):
-        """What FRR has put into the kernel's neighbour table: (VLAN, address, MAC)."""
+        """What FRR has put into the kernel's neighbour table."""
         found = set()
         for vlan in VLANS:
             if vlan == VRF_VLAN:
                 continue
-            shown = self.namespace.run("ip", "-4", "neigh", "show", "dev", f"Vlan{vlan}").stdout
+            shown = self.namespace.run("ip", "neigh", "show", "dev", f"Vlan{vlan}").stdout
             for line in shown.splitlines():
                 words = line.split()
                 if "extern_learn" in words and "lladdr" in words:
-                    found.add((vlan, words[0], words[words.index("lladdr") + 1]))
+                    found.add(Binding(vlan, words[0], words[words.index("lladdr") + 1]))
         return found
 
     def remote_macs(self):
@@ -217,9 +230,9 @@ class Fabric:
         return [host for host in self.hosts.values() if host.leaf is leaf]
 
     def expected_neighbours(self, leaf):
-        """The hosts that a leaf should know through BGP: (VLAN, address, MAC)."""
+        """What a leaf should know of the other's hosts through BGP."""
         return {
-            (host.vlan, host.address, host.mac)
+            host.binding
             for host in self.hosts_of(self.other(leaf))
             if host.vlan != VRF_VLAN
         }
@@ -270,5 +283,3 @@ def take_down(name):
     namespaces.take_down(f"{name}-")
     for namespace in names:
         shutil.rmtree(directory_of(namespace), ignore_errors=True)
-
-

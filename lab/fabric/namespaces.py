@@ -4,7 +4,6 @@ import contextlib
 import ctypes
 import os
 import signal
-import socket
 import subprocess
 import time
 
@@ -100,15 +99,6 @@ class Namespace:
                 os.close(there)
         finally:
             os.close(own)
-
-    def packet_socket(self, device, protocol):
-        """A packet socket on a device, with room for what comes while nobody reads."""
-        with self.entered():
-            opened = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
-            opened.setsockopt(socket.SOL_SOCKET, 33, 64 << 20)  # SO_RCVBUFFORCE
-            opened.bind((device, protocol))
-        opened.setblocking(False)
-        return opened
 
 
 def processes(name):
