@@ -7,8 +7,8 @@ import signal
 import sys
 import time
 
-from . import fabric
 from .checks import holds, text_of
+from .fabric import take_down
 from .namespaces import CommandFailed, Expired
 from .steps import STEPS
 from .tour import Tour
@@ -80,44 +80,33 @@ It is taken down by
     )
 
 
-def tour_of(name, programs, directory, keep):
-    """Goes through all steps. Gives the exit status."""
-    tour = Tour(name, programs, directory)
+def go_through(tour):
+    print(f"two leaves and their hosts: namespaces {tour.fabric.name}-*", flush=True)
     started = time.monotonic()
-    failed = True
-    kept = False
+    tour.start()
+    for number, step in enumerate(STEPS, 1):
+        show(step, number, tour)
+    show_table(tour.figures)
+    seconds = time.monotonic() - started
+    print(f"\nall {len(STEPS)} steps as expected, in {seconds:.0f} s", flush=True)
+
+
+def show_tour(tour, directory):
+    """Goes through all steps. Gives whether they were as expected."""
     try:
-        print(f"two leaves, their hosts and the wire between them: namespaces {name}-*", flush=True)
-        tour.start()
-        for number, step in enumerate(STEPS, 1):
-            show(step, number, tour)
-        show_table(tour.figures)
-        print(f"\nall {len(STEPS)} steps as expected, {time.monotonic() - started:.0f} s")
-        failed = False
-        if keep:
-            show_around(tour, name, programs)
-            kept = True
+        go_through(tour)
+        return True
     except (Unexpected, Expired, CommandFailed) as error:
         print(f"error: {error}", file=sys.stderr)
-        print(f"the agents' output and configuration are in {directory}", file=sys.stderr)
-    except Interrupted:
-        failed = False
-        print("interrupted", file=sys.stderr)
-        return 1
-    finally:
-        if not kept:
-            react_to_signals(signal.SIG_IGN)
-            tour.stop()
-            if not failed:
-                shutil.rmtree(directory, ignore_errors=True)
-    return 1 if failed else 0
+        print(f"what the agents wrote is in {directory}", file=sys.stderr)
+        return False
 
 
-_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
 def react_to_signals(handler):
-    for number in _SIGNALS:
+    for number in SIGNALS:
         signal.signal(number, handler)
 
 
@@ -136,15 +125,31 @@ def main():
     options = parser.parse_args()
     if os.geteuid() != 0:
         sys.exit("error: network namespaces need root")
-    directory = os.path.abspath(options.directory)
     if options.down:
-        fabric.take_down(options.down)
-        shutil.rmtree(f"{directory}/{options.down}", ignore_errors=True)
+        take_down(options.down)
+        shutil.rmtree(os.path.abspath(f"{options.directory}/{options.down}"), ignore_errors=True)
         return 0
-    react_to_signals(interrupt)
+
     name = f"lab{os.getpid()}"
+    directory = os.path.abspath(f"{options.directory}/{name}")
     programs = os.path.abspath(options.programs)
-    return tour_of(name, programs, f"{directory}/{name}", options.keep)
+    tour = Tour(name, programs, directory)
+    good = keep = False
+    react_to_signals(interrupt)
+    try:
+        good = show_tour(tour, directory)
+        keep = options.keep
+        if keep:
+            show_around(tour, name, programs)
+    except Interrupted:
+        print("interrupted", file=sys.stderr)
+    finally:
+        react_to_signals(signal.SIG_IGN)
+        if not keep:
+            tour.stop()
+        if good and not keep:
+            shutil.rmtree(directory)
+    return 0 if good else 1
 
 
 if __name__ == "__main__":

@@ -10,9 +10,11 @@ from .namespaces import run
 
 
 class Agent:
-    """What it owns on disk is below the directory, which must not exist yet."""
+    """What it owns on disk is below the directory, which must not exist yet. Static bindings are
+    what it is told of the other leaf's hosts in the second VRF, where no control plane finds
+    them."""
 
-    def __init__(self, fabric, leaf, programs, directory):
+    def __init__(self, leaf, programs, directory, static_bindings=frozenset()):
         self.leaf = leaf
         self._programs = programs
         self._directory = directory
@@ -20,16 +22,18 @@ class Agent:
         self._configuration = f"{directory}/arpsupd.toml"
         self.log = f"{directory}/arpsupd.log"
         self._process = None
-        # The other leaf's hosts in the second VRF, where no control plane finds them.
-        self.static_bindings = {
-            host.binding
-            for host in fabric.hosts_of(fabric.other(leaf))
-            if host.vlan == VRF_VLAN
-        }
+        self.static_bindings = static_bindings
         for name in ("", "/log", "/toggles"):
             os.makedirs(directory + name)
+        self.configure()
+
+    def configure(self, mpls=True):
+        """Writes its configuration. Suppression runs only with EVPN over MPLS."""
         with open(self._configuration, "w", encoding="ascii") as file:
-            file.write(self._text())
+            file.write(self._text(mpls))
+
+    def reload(self):
+        self._process.send_signal(signal.SIGHUP)
 
     def start(self):
         daemon = f"{self._programs}/Host/arpsupd"
@@ -44,9 +48,6 @@ class Agent:
 
     def kill(self):
         self._end(signal.SIGKILL)
-
-    def alive(self):
-        return self._process is not None and self._process.poll() is None
 
     def control(self, *arguments, check=True):
         """What arpsupctl prints."""
@@ -70,7 +71,7 @@ class Agent:
         process.send_signal(number)
         return process.wait(10)
 
-    def _text(self):
+    def _text(self, mpls):
         lines = [
             f'runtime_directory = "{self.runtime}"',
             f'log_directory = "{self._directory}/log"',
@@ -78,7 +79,7 @@ class Agent:
             "[bridging]",
             f'mac = "{self.leaf.mac}"',
             "[evpn]",
-            "mpls = true",
+            f"mpls = {str(mpls).lower()}",
         ]
         for vlan, vni in VNI.items():
             lines += ["[[evpn.vlan]]", f"vlan = {vlan}", f"imet_label = {vni}"]

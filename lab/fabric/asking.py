@@ -116,7 +116,8 @@ class Asking:
 
     @staticmethod
     def _assign(exchanges, arp, nanoseconds):
-        # The latest request without a reply: those before it were lost. One too many goes to the latest.
+        # To the latest request without a reply: those before it were lost. One reply too many goes
+        # to the latest request.
         asked = [exchange for target, exchange in exchanges if target == arp.sender]
         if asked:
             open_ones = [exchange for exchange in asked if not exchange.replies]

@@ -166,6 +166,35 @@ class Leaf:
                     found.add((vlan, line.split()[0]))
         return found
 
+    def flood_to(self, other):
+        """Makes the flood lists by hand."""
+        self.namespace.run(
+            "bridge",
+            "-batch",
+            "-",
+            text="".join(
+                f"fdb append 00:00:00:00:00:00 dev vxlan{vlan} dst {other.underlay}\n"
+                for vlan in VLANS
+            ),
+        )
+
+    def fdb_entry(self, command, host):
+        """Adds ("replace") or removes ("del") a remote host's FDB entry, as FRR would."""
+        tunnel = ["dev", f"vxlan{host.vlan}", "master"]
+        how = [] if command == "del" else ["extern_learn"]
+        self.namespace.run("bridge", "fdb", command, host.mac, *tunnel, *how)
+        self.namespace.run(
+            "bridge", "fdb", command, host.mac, *tunnel[:2], "self", "dst", host.leaf.underlay, *how
+        )
+
+    def neighbour(self, command, host):
+        """Adds ("replace") or removes ("del") a remote host's neighbour entry, as FRR would."""
+        where = [host.address, "dev", f"Vlan{host.vlan}"]
+        how = ["lladdr", host.mac, "nud", "noarp", "extern_learn", "proto", "zebra"]
+        self.routing_namespace(host.vlan).run(
+            "ip", "neigh", command, *where, *([] if command == "del" else how)
+        )
+
     def flood_list(self, vlan):
         """The remote tunnel end points that floods of a VLAN go to."""
         shown = self.namespace.run("bridge", "fdb", "show", "dev", f"vxlan{vlan}").stdout
@@ -187,8 +216,9 @@ class Fabric:
         self.hosts = {}
         self.wire = None
 
-    def start(self):
-        """Links, FRR, BGP, and every host known to its leaf and the other one."""
+    def start(self, bgp=True):
+        """Links, hosts that their leaves know, and then either FRR and BGP, until each leaf knows
+        the hosts of the other, or flood lists made by hand."""
         spine = Namespace(f"{self.name}-spine")
         spine.links("link add underlay type bridge forward_delay 0 mcast_snooping 0")
         spine.links("link set underlay up")
@@ -203,6 +233,18 @@ class Fabric:
             for last, vlan in self.HOSTS.items():
                 self._add_host(leaf, f"{number}{last}", vlan)
         self.wire = Wire(spine, {number: f"leaf{number}" for number in self.leaves})
+        if bgp:
+            self._start_bgp()
+        else:
+            for leaf in self.leaves.values():
+                leaf.flood_to(self.other(leaf))
+        for host in self.hosts.values():
+            self._introduce(host)
+        if bgp:
+            for leaf in self.leaves.values():
+                self.await_routes(leaf)
+
+    def _start_bgp(self):
         for leaf in self.leaves.values():
             leaf.frr = Frr(leaf.namespace, leaf.underlay, self.other(leaf).underlay)
             leaf.frr.start()
@@ -210,13 +252,11 @@ class Fabric:
             eventually(leaf.frr.established, 20, f"BGP session of {leaf.name}", 0.1)
             for vlan in VLANS:
                 eventually(
-                    lambda leaf=leaf, vlan=vlan: leaf.flood_list(vlan), 10,
-                    f"{leaf.name} has a flood list for VLAN {vlan}", 0.1,
+                    lambda leaf=leaf, vlan=vlan: leaf.flood_list(vlan),
+                    10,
+                    f"{leaf.name} has a flood list for VLAN {vlan}",
+                    0.1,
                 )
-        for host in self.hosts.values():
-            self._introduce(host)
-        for leaf in self.leaves.values():
-            self.await_routes(leaf)
 
     def stop(self):
         if self.wire:

@@ -4,7 +4,7 @@ import os
 
 from . import asking
 from .agent import Agent
-from .fabric import Fabric
+from .fabric import VRF_VLAN, Fabric
 from .namespaces import Expired, eventually
 from .wire import Tap
 
@@ -23,9 +23,10 @@ class Tour:
         os.makedirs(self._directory)
         self.fabric.start()
         for number, leaf in self.fabric.leaves.items():
-            self.agents[number] = Agent(
-                self.fabric, leaf, self._programs, f"{self._directory}/{leaf.name}"
-            )
+            remote = self.fabric.hosts_of(self.fabric.other(leaf))
+            static = {host.binding for host in remote if host.vlan == VRF_VLAN}
+            directory = f"{self._directory}/{leaf.name}"
+            self.agents[number] = Agent(leaf, self._programs, directory, static)
 
     def stop(self):
         self.fabric.stop()

@@ -79,6 +79,9 @@ class Tap:
     def close(self):
         self._socket.close()
 
+    def send(self, frame):
+        self._socket.send(frame)
+
     def take(self):
         """What has come since it was last taken. Raises RuntimeError if frames were missed."""
         frames = []
