@@ -4,7 +4,9 @@
 #include "ArpSuppression/ArpSuppressionAgent.h"
 #include "Ctl/ShowCounters.h"
 #include "Platform/Packet/Headers.h"
+#include "Testing/IpCommand.h"
 #include "Testing/LiveSwitch.h"
+#include "Testing/SwitchDevices.h"
 #include "Testing/TrapFrame.h"
 #include "Testing/VethPort.h"
 
@@ -81,8 +83,11 @@ class RoadTour {
   public:
     explicit RoadTour(bool physicalHardware) : physicalHardware_(physicalHardware) {
         fillState();
+        publishDevices();
         live_.start(*agent_, physicalHardware);
-        wireByHand();
+        // By hand, until the agent finds out by itself where suppression is active.
+        live_.state().arpSuppressionStatus->vlanIdIs(VlanId(10), true);
+        live_.turnUntilIdle();
     }
     ~RoadTour() {
         live_.state().arpSuppressionStatus->vlanIdDelAll();
@@ -140,20 +145,13 @@ class RoadTour {
             {{VlanId(10), Zinc::IpGenAddr("10.0.0.2")}, Zinc::EthAddr("02:00:00:00:00:02"), 0, 0});
     }
 
-    void wireByHand() {
-        // By hand, until the agent follows VLANs, VRFs and kernel devices itself: suppression is
-        // active on VLAN 10, the default VRF can be used, and the devices have these indexes.
-        auto& root = *agent_->rootSm()->root();
-        live_.state().arpSuppressionStatus->vlanIdIs(VlanId(10), true);
-        auto vrfInfo = root.vlanL3InfoStatus()->vrfInfo("default");
-        vrfInfo->vrfIdIs(Vrf::VrfId(0));
-        vrfInfo->netNsIs("default");
-        vrfInfo->netlinkSocketIs(7);
-        root.deviceIntfStatusDir()->deviceIntfStatusIs(11, {Zinc::IntfId("Ethernet1"), "et1"});
+    /// VLAN 10 is routed in the default VRF; its interface and Ethernet1 need no frames.
+    void publishDevices() {
+        auto& state = live_.state();
+        Testing::routedVlanIs(state, VlanId(10), 1010);
+        Testing::portIs(state, "Ethernet1", "et1", TrapFrame().srcIfIndex);
         for (const Testing::VethPort* port : {&fabric_, &arpsnoop_, &arpinject_}) {
-            if (auto watch = root.vlanL3InfoStatus()->vrfInterfaceWatch(port->name())) {
-                watch->kniIntfIfIndexIs(port->ifIndex());
-            }
+            Testing::deviceIs(state, port->name(), port->ifIndex());
         }
     }
 
@@ -171,6 +169,9 @@ int showAll() {
     const TrapFrame unknown{.targetIp = Zinc::IpGenAddr("10.0.0.9")};
     const TrapFrame unknownTagged{.dot1q = 10, .targetIp = Zinc::IpGenAddr("10.0.0.9")};
     Testing::enterOwnNetworkNamespace();
+    // The port that requests come from: the kernel gives its index to no other device.
+    Testing::ip({"link", "add", "et1", "index", std::to_string(known.srcIfIndex), "type", "veth",
+                 "peer", "name", "far-et1"});
     {
         std::cout << "\n== a request on real sockets: forwarding in software\n";
         RoadTour tour(false);
