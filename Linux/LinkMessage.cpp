@@ -2,6 +2,7 @@
 
 #include "Linux/NetlinkAttributes.h"
 
+#include <linux/if.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -55,7 +56,7 @@ std::optional<LinkMessage> decodeLink(const nlmsghdr& message) {
             break;
         }
     });
-    if (isPart || (link.name.empty() && !link.removed)) {
+    if (isPart || link.name.size() >= IFNAMSIZ || (link.name.empty() && !link.removed)) {
         return std::nullopt;
     }
     return link;
