@@ -154,11 +154,6 @@ void PlaneLeaf::agentIs() {
     inject_ = boundSocket("arpinject");
 }
 
-void PlaneLeaf::agentDel() {
-    trap_.reset();
-    inject_.reset();
-}
-
 void PlaneLeaf::start() {
     planeIs();
     agentIs();

@@ -40,8 +40,8 @@ class PlaneLeaf {
     Linux::ForwardingPlane& plane() { return *plane_; }
     /// What an agent has: its sockets.
     void agentIs();
-    void agentDel();
     void trapSocketDel() { trap_.reset(); }
+    void injectSocketDel() { inject_.reset(); }
     /// Plane and agent, and suppression on VLAN 10, until requests are trapped.
     void start();
 

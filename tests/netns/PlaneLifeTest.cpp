@@ -80,6 +80,13 @@ TEST_F(PlaneLifeTest, requestsPassUntilTheAgentHasBothSocketsAndHasTurned) {
     // Neither socket alone is an agent.
     leaf->trapSocketDel();
     ASSERT_TRUE(turnUntilTrapping(false));
+    EXPECT_EQ(leaf->plane().silentBecause(), "nobody reads from arpsnoop");
+    expectPasses({{Plane::passedSilent, 1}});
+    leaf->agentIs();
+    ASSERT_TRUE(turnUntilTrapping(true));
+    leaf->injectSocketDel();
+    ASSERT_TRUE(turnUntilTrapping(false));
+    EXPECT_EQ(leaf->plane().silentBecause(), "nobody writes to arpinject");
     expectPasses({{Plane::passedSilent, 1}});
 }
 
@@ -141,13 +148,15 @@ TEST_F(PlaneLifeTest, onceDisabledEverythingPassesAtOnce) {
     EXPECT_EQ(leaf->tunneled(2).size(), 2u);
     EXPECT_EQ(leaf->moved(), (PlaneMoved{{Plane::injected, 1}}));
     leaf->plane().enabledIs(true);
+    expectPasses({{Plane::passedSilent, 1}});
+    leaf->turn();
     expectTrapped();
 }
 
 TEST_F(PlaneLifeTest, aDeviceThatIsDeletedLetsRequestsPassAtOnce) {
     leaf->start();
     shell("ip link del arpsnoop");
-    expectPasses({{Plane::passedNoDevice, 1}});
+    expectPasses({{Plane::passedNoDevice, 1}}); // the plane has not looked yet
     ASSERT_TRUE(turnUntilTrapping(false));
     expectPasses({{Plane::passedSilent, 1}});
 }
@@ -160,6 +169,7 @@ TEST_F(PlaneLifeTest, everyDeviceIsNeeded) {
             leaf->start();
             shell("ip link set " + device + end + " down");
             ASSERT_TRUE(turnUntilTrapping(false));
+            EXPECT_EQ(leaf->plane().silentBecause(), device + " is not there or down");
             expectPasses({{Plane::passedSilent, 1}});
             shell("ip link set " + device + end + " up");
             ASSERT_TRUE(turnUntilTrapping(true));
@@ -371,12 +381,26 @@ TEST_F(PlaneLifeTest, withoutThePrivilegeTheTextSaysWhich) {
         << text;
 }
 
+TEST_F(PlaneLifeTest, burstsGoThroughWhole) {
+    leaf->start();
+    constexpr uint64_t burst = 2000;
+    Frame trap = Testing::TrapFrame{}.bytes();
+    for (uint64_t i = 0; i < burst; ++i) {
+        leaf->write("arpinject", trap);
+    }
+    EXPECT_EQ(leaf->moved(), (PlaneMoved{{Plane::injected, burst}}));
+    for (uint64_t i = 0; i < burst; ++i) {
+        ask();
+    }
+    EXPECT_EQ(leaf->moved(), (PlaneMoved{{Plane::trapped, burst}}));
+}
+
 TEST_F(PlaneLifeTest, theDumpShowsStateAndCounters) {
     leaf->start();
     expectTrapped();
     Vela::DumpContext dump;
     leaf->plane().dumpState(dump, 0);
-    for (const char* line : {"enabled=1 trapping=1\n", " vlanId=20 attached=1\n", "  trapped=1\n",
+    for (const char* line : {"trapping=1\n", " vlanId=20 attached=1\n", "  trapped=1\n",
                              "  passedSilent=0\n", "  droppedNoMemory=0\n"}) {
         EXPECT_NE(dump.text().find(line), std::string::npos) << line << dump.text();
     }
