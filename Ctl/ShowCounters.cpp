@@ -24,8 +24,18 @@ using ArpSuppression::Counter;
 struct Reading {
     std::array<std::optional<uint64_t>, arpSuppressionCounters> counts = {}; // none: unreadable
     uint64_t generation = 0;                                                 // of the table
-    std::string errors = {};                                                 // a line each
-    std::string note = {};
+    bool anyCounted = false;
+    std::string errors = {}; // a line each
+    std::string standstill = {};
+
+    /// What is to be said besides the counters.
+    std::string remarks(const CountersRequest& request) const {
+        std::string text = errors;
+        if (!anyCounted && errors.empty() && !request.all && !request.json) {
+            text += "note: nothing has been counted yet\n";
+        }
+        return standstill.empty() ? text : text + "note: " + standstill + '\n';
+    }
 };
 
 /// Whatever was the matter is an error with its text.
@@ -37,25 +47,18 @@ Reading read(const std::string& runtimeDirectory) {
     Quarry::AttachedTable<Counter> counters(file);
     Reading reading;
     reading.generation = counters.generation();
-    bool any = false;
     for (uint32_t number = 0; number < arpSuppressionCounters; ++number) {
         ArpSuppressionCounterId id{number};
         if (auto counter = counters.find({id})) {
             reading.counts[number] = counter->count;
-            any = any || counter->count > 0;
+            reading.anyCounted = reading.anyCounted || counter->count > 0;
         } else if (counters.trouble() != Quarry::Outcome::absent) {
             // Those that can be read are worth having all the same.
             reading.errors += "error: counter " + std::to_string(number) + ' ' + toStrep(id) +
                               " cannot be read: " + reasonOf(counters.trouble()) + '\n';
         }
     }
-    if (!any && reading.errors.empty()) {
-        reading.note = "note: nothing has been counted yet\n";
-    }
-    std::string text = standstill(counters, "counters");
-    if (!text.empty()) {
-        reading.note += "note: " + text + '\n';
-    }
+    reading.standstill = standstill(counters, "counters");
     return reading;
 }
 
@@ -134,7 +137,7 @@ int showCounters(const CountersRequest& request, std::ostream& out, std::ostream
         if (finish(out, errors) != 0) {
             return 1;
         }
-        errors << reading.errors << reading.note;
+        errors << reading.remarks(request);
         return reading.errors.empty() ? 0 : 1;
     } catch (const Quarry::TableError& error) {
         return fail(error, errors);
@@ -145,7 +148,7 @@ int watchCounters(const CountersRequest& request, const NextRound& nextRound, st
                   std::ostream& errors) {
     try {
         Reading now = read(request.runtimeDirectory);
-        std::string said = now.errors + now.note;
+        std::string said = now.remarks(request);
         errors << said;
         std::optional<Reading> before;
         std::optional<double> seconds = 0;
@@ -154,7 +157,7 @@ int watchCounters(const CountersRequest& request, const NextRound& nextRound, st
                 now = read(request.runtimeDirectory);
             }
             // What is wrong stays wrong: it is said once.
-            if (std::string text = now.errors + now.note; text != said) {
+            if (std::string text = now.remarks(request); text != said) {
                 errors << text;
                 said = text;
             }
