@@ -245,6 +245,13 @@ VlanL3InfoStatus::findOrCreateVrfInterfaceWatch(const std::string& intfName,
     return watch;
 }
 
+void VlanL3InfoStatus::vlanUpdated(const Vela::Ptr<const VlanL3Info>& vlanL3Info) {
+    Vela::Ptr<VlanL3InfoStatus> keep(this);
+    Bridging::VlanId vlanId = vlanL3Info->vlanId(); // a reaction may drop the record
+    updatedVlanIdIs(Bridging::VlanIdOrNone());
+    updatedVlanIdIs(vlanId);
+}
+
 VlanL3InfoStatus::~VlanL3InfoStatus() {
     // What was registered after the end of the status.
     vrfInfoDelAll();

@@ -225,6 +225,9 @@ class VlanL3InfoStatus final : public Vela::Entity {
         return updatedVlanId_;
     }
     void updatedVlanIdIs(Bridging::VlanIdOrNone vlanId) { updatedVlanId_.setAlways(vlanId); }
+    /// Announces none and then the record's VLAN. A reaction may announce another VLAN meanwhile:
+    /// those after it are told of that one last, and read `updatedVlanId` when they are called.
+    void vlanUpdated(const Vela::Ptr<const VlanL3Info>& vlanL3Info);
 
     /// Whether every VLAN of the published status has been looked at once. The setter announces
     /// only a change.

@@ -1,7 +1,7 @@
 #include "Testing/VethPort.h"
 
-#include "Testing/ChildProcess.h"
 #include "Testing/Eventually.h"
+#include "Testing/IpCommand.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -26,24 +26,6 @@ constexpr size_t addressBytes = 12; // of a frame, in front of its ethertype
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
-}
-
-/// Runs iproute2's `ip`.
-void ip(const std::vector<std::string>& arguments) {
-    std::string line = "ip";
-    for (const std::string& argument : arguments) {
-        line += ' ' + argument;
-    }
-    std::vector<std::string> command{"ip"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    ChildProcess child("/usr/bin/env", command);
-    auto status = child.status();
-    if (status == 127) {
-        throw std::runtime_error(line + ": there is no `ip` here: install iproute2");
-    }
-    if (status != 0) {
-        throw std::runtime_error(line + ": " + child.errors());
-    }
 }
 
 /// Reads a device's flags, and writes those that `change` has made of them.

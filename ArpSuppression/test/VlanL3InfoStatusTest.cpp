@@ -169,6 +169,36 @@ TEST_F(VlanL3InfoStatusTest, AnnouncesEveryUpdatedVlan) {
     EXPECT_EQ(seen, (std::vector<int>{10, 10, 0}));
 }
 
+TEST_F(VlanL3InfoStatusTest, AnUpdatedVlanIsAnnouncedAfterNone) {
+    auto vlan10 = addUsableVlan(vlan10_);
+    std::vector<int> seen;
+    auto reaction = status_->updatedVlanIdAttribute().react(
+        nullptr, [&] { seen.push_back(status_->updatedVlanId().value()); });
+    status_->vlanUpdated(vlan10);
+    status_->vlanUpdated(vlan10);
+    EXPECT_EQ(seen, (std::vector<int>{0, 10, 0, 10}));
+    EXPECT_EQ(status_->updatedVlanId(), vlan10_);
+}
+
+TEST_F(VlanL3InfoStatusTest, AReactionMayAnnounceAnotherVlanOrDropTheRecord) {
+    auto vlan10 = addUsableVlan(vlan10_);
+    auto vlan20 = addUsableVlan(VlanId(20));
+    std::vector<int> seen;
+    auto reaction = status_->updatedVlanIdAttribute().react(nullptr, [&] {
+        seen.push_back(status_->updatedVlanId().value());
+        if (status_->updatedVlanId() == vlan10_) {
+            status_->vlanUpdated(vlan20);
+        } else if (seen.size() == 1) {
+            status_->delVrfInterfaceWatch(vlan10);
+            status_->vlanL3InfoDel(vlan10_);
+            vlan10.reset();
+        }
+    });
+    status_->vlanUpdated(status_->vlanL3Info(vlan10_));
+    EXPECT_EQ(seen, (std::vector<int>{0, 10, 0, 20}));
+    EXPECT_EQ(status_->updatedVlanId(), VlanId(20));
+}
+
 TEST_F(VlanL3InfoStatusTest, AnnouncesTheFirstSynchronisationOnce) {
     unsigned announced = 0;
     auto reaction =
