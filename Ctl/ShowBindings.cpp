@@ -62,7 +62,7 @@ void writeJson(const std::vector<RemoteBinding>& bindings, std::ostream& out) {
     for (const RemoteBinding& binding : bindings) {
         json.beginObject()
             .field("vlan", binding.key.vlanId().value())
-            .field("address", binding.key.ipAddress().toStrep())
+            .field("ip", binding.key.ipAddress().toStrep())
             .field("mac", binding.macAddress.toStrep())
             .field("vxlan", binding.vxlan != 0)
             .field("localMultihomed", binding.localMultihomed != 0)

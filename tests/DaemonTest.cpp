@@ -228,7 +228,7 @@ TEST_F(DaemonTest, EveryAnswerIsThereAsJson) {
 
     EXPECT_EQ(shown({"show", "bindings", "remote"}),
               boost::json::parse(
-                  R"([{"vlan":20,"address":"10.0.0.60","mac":"02:00:00:00:20:60","vxlan":false,)"
+                  R"([{"vlan":20,"ip":"10.0.0.60","mac":"02:00:00:00:20:60","vxlan":false,)"
                   R"("localMultihomed":false}])"));
     EXPECT_EQ(shown({"show", "counters"}).as_array().size(), 58u);
 

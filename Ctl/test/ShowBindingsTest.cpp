@@ -96,9 +96,9 @@ TEST_F(ShowBindingsTest, AsJson) {
     bind(20, "2001:db8::9", "02:00:00:00:00:09", true, true);
     bind(10, "10.0.0.1", "02:00:00:00:00:0a");
     EXPECT_EQ(boost::json::value(rows()), boost::json::parse(R"([
-        {"vlan":10,"address":"10.0.0.1","mac":"02:00:00:00:00:0a","vxlan":false,
+        {"vlan":10,"ip":"10.0.0.1","mac":"02:00:00:00:00:0a","vxlan":false,
          "localMultihomed":false},
-        {"vlan":20,"address":"2001:db8::9","mac":"02:00:00:00:00:09","vxlan":true,
+        {"vlan":20,"ip":"2001:db8::9","mac":"02:00:00:00:00:09","vxlan":true,
          "localMultihomed":true}])"));
     EXPECT_EQ(errors_.str(), "");
     request_.vlanId = VlanId(30);
@@ -157,7 +157,7 @@ TEST_F(ShowBindingsTest, GreatNumbersAreAllThereInOrder) {
     ASSERT_EQ(all.size(), count);
     for (unsigned i = 0; i < count; ++i) {
         ASSERT_EQ(all[i].at("vlan"), 1 + i / 5000);
-        ASSERT_EQ(boost::json::value_to<std::string>(all[i].at("address")),
+        ASSERT_EQ(boost::json::value_to<std::string>(all[i].at("ip")),
                   IpGenAddr(0x0a000000 + i % 5000).toStrep());
     }
 }
