@@ -78,11 +78,21 @@ void ArpSuppressionRootSm::handleRunnable() {
 void ArpSuppressionRootSm::arpSuppressionStart() {
     TRACE(trace, 8, this, " mounts=" << mounts());
     root_ = arpSuppressionRootFactory(scheduler_->clock());
-    // First of the machines: the status publisher.
+    arpSuppressionStatusSm_ = Vela::make<ArpSuppressionStatusSm>(
+        scheduler_, mounts()->evpnStatus(), root()->remoteBindingStatus(),
+        root()->vlanL3InfoStatus(), mounts()->arpSuppressionStatus(), root()->enabledVlans());
     localRequestRecordSm_ = Vela::make<LocalRequestRecordSm>(
         scheduler_, root()->receivedRequestTrapV4(), root()->receivedRequestTrapV6(),
         root()->localRequestRecord());
-    // Then VLAN L3 info, remote binding status and ARP input configuration, in this order.
+    vlanL3InfoSm_ = vlanL3InfoSmFactory(
+        scheduler_, mounts()->arpSuppressionStatus(), root()->enabledVlans(),
+        mounts()->allVrfStatusLocal(), mounts()->ipStatus(), mounts()->ip6Status(),
+        mounts()->vrfNameToIdMap(), mounts()->allIntfStatusDir(), mounts()->allIntfStatusLocalDir(),
+        root()->deviceIntfStatusDir(), root()->vlanL3InfoStatus(), mounts()->entityManager());
+    remoteBindingStatusSm_ = Vela::make<RemoteBindingStatusSm>(
+        scheduler_, mounts()->remoteBindingConfig(), mounts()->remoteBindingConfigMountGroup(),
+        root()->vlanL3InfoStatus(), root()->remoteBindingStatus());
+    // ARP input configuration has its place here.
     arpSuppressionSm_ = arpSuppressionSmFactory(
         root()->receivedRequestTrapV4(), root()->reinjectMessageQueue(),
         mounts()->arpSuppressionCounterStatus(), root()->localRequestRecord(),
@@ -124,7 +134,10 @@ void ArpSuppressionRootSm::arpSuppressionStop() {
     messageReinjectSm_.reset();
     // Binding discovery has its place here.
     arpSuppressionSm_.reset();
-    // Then VLAN L3 info, status publisher, remote binding status and ARP input configuration.
+    vlanL3InfoSm_.reset();
+    arpSuppressionStatusSm_.reset();
+    remoteBindingStatusSm_.reset();
+    // ARP input configuration has its place here.
     root_.reset();
     assertThat(0 == mounts()->arpSuppressionStatus()->vlanIds(),
                "0 == mounts()->arpSuppressionStatus()->vlanIds()");
@@ -138,7 +151,10 @@ void ArpSuppressionRootSm::dumpState(Vela::DumpContext& context, int indent) con
     context.print(inner, "runnableForTest=%s\n", runnableForTest_ ? "yes" : "no");
     context.child(inner, "mounts", mounts_.get());
     context.child(inner, "root", root_.ptr().get());
+    context.child(inner, "arpSuppressionStatusSm", arpSuppressionStatusSm_.ptr().get());
     context.child(inner, "localRequestRecordSm", localRequestRecordSm_.ptr().get());
+    context.child(inner, "vlanL3InfoSm", vlanL3InfoSm_.ptr().get());
+    context.child(inner, "remoteBindingStatusSm", remoteBindingStatusSm_.ptr().get());
     context.child(inner, "arpSuppressionSm", arpSuppressionSm_.ptr().get());
     context.child(inner, "messageReinjectSm", messageReinjectSm_.ptr().get());
     context.child(inner, "messageTrapSm", messageTrapSm_.ptr().get());

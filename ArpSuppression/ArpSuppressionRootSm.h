@@ -3,9 +3,12 @@
 #include "ArpSuppression/ArpSuppressionMounts.h"
 #include "ArpSuppression/ArpSuppressionRoot.h"
 #include "ArpSuppression/ArpSuppressionSm.h"
+#include "ArpSuppression/ArpSuppressionStatusSm.h"
 #include "ArpSuppression/LocalRequestRecordSm.h"
 #include "ArpSuppression/MessageReinjectSm.h"
 #include "ArpSuppression/MessageTrapSm.h"
+#include "ArpSuppression/RemoteBindingStatusSm.h"
+#include "ArpSuppression/VlanL3InfoSm.h"
 #include "Platform/Agent/CommandCallback.h"
 
 namespace ArpSuppression {
@@ -33,6 +36,13 @@ class ArpSuppressionRootSm final : public Vela::Entity {
 
     /// Empty while suppression does not run, as the machines are.
     const Vela::Ptr<ArpSuppressionRoot>& root() const { return root_.ptr(); }
+    const Vela::Ptr<ArpSuppressionStatusSm>& arpSuppressionStatusSm() const {
+        return arpSuppressionStatusSm_.ptr();
+    }
+    const Vela::Ptr<VlanL3InfoSm>& vlanL3InfoSm() const { return vlanL3InfoSm_.ptr(); }
+    const Vela::Ptr<RemoteBindingStatusSm>& remoteBindingStatusSm() const {
+        return remoteBindingStatusSm_.ptr();
+    }
     const Vela::Ptr<ArpSuppressionSm>& arpSuppressionSm() const { return arpSuppressionSm_.ptr(); }
     const Vela::Ptr<MessageReinjectSmBase>& messageReinjectSm() const {
         return messageReinjectSm_.ptr();
@@ -62,7 +72,10 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     bool runnableForTest_ = false;
     Vela::Reaction evpnStatus_;
     Vela::Owned<ArpSuppressionRoot> root_;
+    Vela::Owned<ArpSuppressionStatusSm> arpSuppressionStatusSm_;
     Vela::Owned<LocalRequestRecordSm> localRequestRecordSm_;
+    Vela::Owned<VlanL3InfoSm> vlanL3InfoSm_;
+    Vela::Owned<RemoteBindingStatusSm> remoteBindingStatusSm_;
     Vela::Owned<ArpSuppressionSm> arpSuppressionSm_;
     Vela::Owned<MessageReinjectSmBase> messageReinjectSm_;
     Vela::Owned<MessageTrapSm> messageTrapSm_;

@@ -20,9 +20,6 @@ namespace Host {
 namespace {
 
 constexpr const char* agentName = "ArpSuppression";
-constexpr const char* techSupport = "show tech-support";
-/// What agents call the command behind it.
-constexpr const char* techSupportCallback = "showTechSupport";
 
 void say(const std::string& text) {
     std::fprintf(stderr, "arpsupd: %s\n", text.c_str());
@@ -104,11 +101,10 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
     agent_->doInit();
     ringBufferFile_ = Vela::Swiftlog::fileName(); // which a forked child has not open
 
-    controlSocket_ = Vela::make<ControlSocket>(
-        scheduler_, runtimeDirectory_.path("control"), configuration_.control.group,
-        ControlCommands{
-            [this](const std::string& command) { return knows(command); }, techSupport,
-            [this](const std::string& command, int fd) { handleCommand(command, fd); }});
+    commands_.emplace(*agent_.ptr(), [this](Vela::DumpContext& context) { dump(context); });
+    controlSocket_ =
+        Vela::make<ControlSocket>(scheduler_, runtimeDirectory_.path("control"),
+                                  configuration_.control.group, commands_->controlCommands());
 }
 
 /// The first of all that is built: what is interned and traced from here on has its place.
@@ -155,21 +151,6 @@ void Daemon::reload() {
                 : text + "\narpsupd: changed, but used only after a restart: " + waiting);
     } catch (const std::exception& error) {
         say("the configuration stays as it was:\n" + std::string(error.what()));
-    }
-}
-
-bool Daemon::knows(const std::string& command) const {
-    return command == techSupport;
-}
-
-void Daemon::handleCommand(const std::string& command, int fd) {
-    Vela::DumpContext context(fd);
-    dump(context);
-    if (auto callback = agent_->commandRequestDirSm().callback(techSupportCallback)) {
-        context.flush();
-        callback->handleCommand(fd, command);
-    } else {
-        context.child(0, "agent", agent_.ptr().get());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "Host/Configuration.h"
 #include "Host/ControlSocket.h"
+#include "Host/OperatorCommands.h"
 #include "Host/RuntimeDirectory.h"
 #include "Host/SignalDescriptor.h"
 #include "Host/StaticEntries.h"
@@ -37,8 +38,6 @@ class Daemon {
     Vela::Ptr<Vela::TaskScheduler> makeScheduler();
     void publish(const Configuration& configuration);
     void reload();
-    bool knows(const std::string& command) const;
-    void handleCommand(const std::string& command, int fd);
     void dump(Vela::DumpContext& context) const;
 
     const Configuration configuration_; // as it was at the start
@@ -57,6 +56,7 @@ class Daemon {
     std::optional<StaticEntries> staticEntries_;
     Vela::Owned<Vela::Agent> agent_;
     std::string ringBufferFile_;
+    std::optional<OperatorCommands> commands_;
     Vela::Owned<ControlSocket> controlSocket_;
 };
 

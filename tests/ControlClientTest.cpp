@@ -84,9 +84,10 @@ class ControlClientTest : public ::testing::Test {
     void startDaemon() {
         start([this](int ready) {
             Host::ControlCommands commands;
-            commands.names = "hello, great";
-            commands.knows = [](const std::string& command) {
-                return command == "hello" || command == "great";
+            commands.refusal = [](const std::string& command) {
+                return command == "hello" || command == "great"
+                           ? ""
+                           : Host::unknownCommand(command, "hello, great");
             };
             commands.handler = [](const std::string& command, int fd) {
                 say(fd, command == "great" ? greatText() : "hello\nerror: only text\n");

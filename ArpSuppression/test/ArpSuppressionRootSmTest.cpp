@@ -66,7 +66,10 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
     void expectRunning() {
         EXPECT_TRUE(runnable());
         EXPECT_TRUE(rootSm->root());
+        EXPECT_TRUE(rootSm->arpSuppressionStatusSm());
         EXPECT_TRUE(rootSm->localRequestRecordSm());
+        EXPECT_TRUE(rootSm->vlanL3InfoSm());
+        EXPECT_TRUE(rootSm->remoteBindingStatusSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
         EXPECT_TRUE(rootSm->messageTrapSm());
@@ -74,6 +77,9 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
     void expectStopped() {
         EXPECT_FALSE(runnable());
         EXPECT_FALSE(rootSm->root());
+        EXPECT_FALSE(rootSm->arpSuppressionStatusSm());
+        EXPECT_FALSE(rootSm->vlanL3InfoSm());
+        EXPECT_FALSE(rootSm->remoteBindingStatusSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
         EXPECT_FALSE(rootSm->messageTrapSm());
@@ -83,14 +89,22 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
     }
 
     static Strings started(const std::string& variant) {
-        return {"ArpSuppressionRoot handleInitialized", "LocalRequestRecordSm handleInitialized",
+        return {"ArpSuppressionRoot handleInitialized",
+                "ArpSuppressionStatusSm handleInitialized",
+                "LocalRequestRecordSm handleInitialized",
+                "VlanL3InfoSm handleInitialized",
+                "RemoteBindingStatusSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
                 "MessageTrapSm" + variant + " handleInitialized"};
     }
     static Strings stopped(const std::string& variant) {
         return {"MessageTrapSm" + variant + " handleDestroy",
-                "MessageReinjectSm" + variant + " handleDestroy", "ArpSuppressionSm handleDestroy",
+                "MessageReinjectSm" + variant + " handleDestroy",
+                "ArpSuppressionSm handleDestroy",
+                "VlanL3InfoSm handleDestroy",
+                "ArpSuppressionStatusSm handleDestroy",
+                "RemoteBindingStatusSm handleDestroy",
                 "ArpSuppressionRoot handleDestroy"};
     }
 
@@ -257,7 +271,7 @@ TEST_F(ArpSuppressionRootSmTest, theLocalRequestRecordsMachineStaysUntilTheNextS
     EXPECT_NE(rootSm->localRequestRecordSm(), first);
     EXPECT_TRUE(first->destroyed());
     Strings lives = started("Mimic");
-    lives.insert(lives.begin() + 2, "LocalRequestRecordSm handleDestroy");
+    lives.insert(lives.begin() + 3, "LocalRequestRecordSm handleDestroy");
     EXPECT_EQ(livesIn(capture), lives);
     evpnIs(false);
     auto second = rootSm->localRequestRecordSm();
@@ -311,7 +325,7 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 10u); // all of the test above
+    EXPECT_EQ(livesSoFar, 16u); // all of the test above
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -369,6 +383,7 @@ TEST_F(ArpSuppressionRootSmDeathTest, whoRunsIsRunnable) {
 TEST_F(ArpSuppressionRootSmDeathTest, aStopLeavesNothingPublished) {
     evpnIs(true);
     rootSmIs();
+    rootSm->arpSuppressionStatusSm()->skipVlanIdCleanupForTestIs(true);
     state().arpSuppressionStatus->vlanIdIs(VlanId(10), false);
     EXPECT_DEATH(evpnIs(false), "arpSuppressionStop.*"
                                 "0 == mounts\\(\\)->arpSuppressionStatus\\(\\)->vlanIds\\(\\)");
@@ -416,7 +431,8 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
           "\n  ArpSuppressionRoot\n", "\n    EnabledVlans", "\n    VlanL3InfoStatus",
           "\n    RemoteBindingStatus", "\n    MessageTrap", "\n    MessageTrap",
           "\n    MessageQueue", "\n    LocalRequestRecord", "\n    ArpInputConfigTrigger",
-          "\n  LocalRequestRecordSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
+          "\n  ArpSuppressionStatusSm\n", "\n  LocalRequestRecordSm\n", "\n  VlanL3InfoSm\n",
+          "\n  RemoteBindingStatusSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
           "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
         ASSERT_NE(found, std::string::npos) << line << " in\n" << dump.text();
@@ -433,7 +449,8 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
     auto callback = Vela::make<CliCallback>(rootSm.ptr());
     EXPECT_EQ(outputOf(*callback, ""),
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
-              "  ArpSuppressionMounts\n  root=NULL\n  localRequestRecordSm=NULL\n"
+              "  ArpSuppressionMounts\n  root=NULL\n  arpSuppressionStatusSm=NULL\n"
+              "  localRequestRecordSm=NULL\n  vlanL3InfoSm=NULL\n  remoteBindingStatusSm=NULL\n"
               "  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  messageTrapSm=NULL\n");
 }
 

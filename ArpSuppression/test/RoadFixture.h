@@ -31,9 +31,7 @@ class RoadFixture : public Testing::SwitchFixture {
         Vela::Swiftlog::close();
     }
 
-    /// Nothing of this fixture withdraws VLANs: that is done here.
     void stop() {
-        state().arpSuppressionStatus->vlanIdDelAll();
         state().evpnStatus->mplsConfiguredIs(false);
         runUntilIdle();
     }
@@ -45,7 +43,7 @@ class RoadFixture : public Testing::SwitchFixture {
         state().vrfIdMap->vrfIs(Vrf::VrfId(0), "default");
         state().evpnStatus->mplsConfiguredIs(true);
         start(*agent, physicalHardware);
-        state().arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
+        state().evpnStatus->vlanToDot1qIs(Bridging::VlanId(10), {});
         auto vrfInfo = vlanL3InfoStatus().vrfInfo("default");
         vrfInfo->vrfIdIs(Vrf::VrfId(0));
         vrfInfo->netNsIs("default");
@@ -65,6 +63,7 @@ class RoadFixture : public Testing::SwitchFixture {
                                                           Bridging::VlanId(vlan));
         vlanL3InfoStatus().addVrfInterfaceWatch(vlanL3Info);
         vlanL3Info->kniIntfIfIndexIs(1000 + vlan);
+        vlanL3InfoStatus().vlanUpdated(vlanL3Info);
     }
 
     /// The kernel index of a device that some machine watches; 0: it is gone.
