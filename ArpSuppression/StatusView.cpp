@@ -97,7 +97,8 @@ StatusConditions StatusView::agentConditions() const {
     const auto& bindings = mounts_.remoteBindingConfig();
     const auto& group = mounts_.remoteBindingConfigMountGroup();
     std::string entries =
-        bindings ? std::to_string(bindings->remoteBindingCollection().count()) + " bindings" : "";
+        bindings ? std::to_string(bindings->remoteBindingCollection().count()) + " in the table"
+                 : "";
     return {
         {"evpnMpls", "EVPN over MPLS", mounts_.evpnStatus()->mplsConfigured(), ""},
         {"running", "agent runs", root_ != nullptr, ""},

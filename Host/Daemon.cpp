@@ -103,7 +103,9 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
     agent_->doInit();
     ringBufferFile_ = Vela::Swiftlog::fileName(); // which a forked child has not open
 
-    commands_.emplace(*agent_.ptr(), [this](Vela::DumpContext& context) { dump(context); });
+    commands_.emplace(OperatorCommands::Sources{
+        .agent = *agent_.ptr(),
+        .dumpDaemon = [this](Vela::DumpContext& context) { dump(context); }});
     controlSocket_ =
         Vela::make<ControlSocket>(scheduler_, runtimeDirectory_.path("control"),
                                   configuration_.control.group, commands_->controlCommands());

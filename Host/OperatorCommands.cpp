@@ -6,33 +6,22 @@ namespace Host {
 
 namespace {
 
-constexpr const char* names = "show tech-support, show status [VLAN] [-j], show vlans [-j]";
+constexpr const char* names = "show tech-support, show status [VLAN] [-j], show vlans [-j], "
+                              "show forwarding-plane [-j]";
 
-constexpr const char* techSupportCommand = "show tech-support";
+constexpr std::string_view techSupportCommand = "show tech-support";
+constexpr std::string_view forwardingPlaneCommand = "show forwarding-plane";
+constexpr std::string_view forwardingPlaneJsonCommand = "show forwarding-plane -j";
 
-/// What the agent calls the command.
-struct AgentCommand {
-    std::string_view command;
-    const char* callback;
-};
-constexpr AgentCommand agentCommands[] = {
-    {techSupportCommand, "showTechSupport"},
-    {"show status", "showStatus"},
-    {"show vlans", "showVlans"},
-};
-
-bool isCommand(std::string_view line, std::string_view command) {
-    return line.starts_with(command) &&
-           (line.size() == command.size() || line[command.size()] == ' ');
-}
-
-const AgentCommand* agentCommandOf(std::string_view line) {
-    for (const AgentCommand& command : agentCommands) {
-        if (isCommand(line, command.command)) {
-            return &command;
-        }
-    }
-    return nullptr;
+/// What the agent calls the command; null if it is none of the agent's.
+const char* callbackName(std::string_view line) {
+    auto is = [&](std::string_view command) {
+        return line == command || (line.starts_with(command) && line[command.size()] == ' ');
+    };
+    return line == techSupportCommand ? "showTechSupport"
+           : is("show status")        ? "showStatus"
+           : is("show vlans")         ? "showVlans"
+                                      : nullptr;
 }
 
 } // namespace
@@ -42,27 +31,33 @@ ControlCommands OperatorCommands::controlCommands() {
             [this](const std::string& command, int fd) { answer(command, fd); }};
 }
 
+/// Null if the command is none of the agent's, or the agent does not have it yet.
 Vela::Ptr<Vela::AgentCommandCallback>
 OperatorCommands::callbackOf(const std::string& command) const {
-    const AgentCommand* known = agentCommandOf(command);
-    return known ? agent_.commandRequestDirSm().callback(known->callback) : nullptr;
+    const char* name = callbackName(command);
+    return name ? sources_.agent.commandRequestDirSm().callback(name) : nullptr;
 }
 
 std::string OperatorCommands::refusal(const std::string& command) const {
     if (command == techSupportCommand) {
         return ""; // there is always something to tell
     }
-    if (!agentCommandOf(command) || isCommand(command, techSupportCommand)) {
+    if (command == forwardingPlaneCommand || command == forwardingPlaneJsonCommand) {
+        return sources_.forwardingPlane ? "" : "this arpsupd has no forwarding plane";
+    }
+    if (!callbackName(command)) {
         return unknownCommand(command, names);
     }
     auto callback = callbackOf(command);
     return callback ? callback->refusal(command)
-                    : "the agent still waits for what it mounts, which show tech-support names";
+                    : "the agent still waits for what it mounts; show tech-support says for what";
 }
 
 void OperatorCommands::answer(const std::string& command, int fd) const {
     if (command == techSupportCommand) {
         techSupport(command, fd);
+    } else if (command == forwardingPlaneCommand || command == forwardingPlaneJsonCommand) {
+        writeForwardingPlane(sources_.forwardingPlane(), command == forwardingPlaneJsonCommand, fd);
     } else if (auto callback = callbackOf(command)) {
         callback->handleCommand(fd, command);
     }
@@ -70,12 +65,12 @@ void OperatorCommands::answer(const std::string& command, int fd) const {
 
 void OperatorCommands::techSupport(const std::string& command, int fd) const {
     Vela::DumpContext context(fd);
-    dumpDaemon_(context);
+    sources_.dumpDaemon(context);
     if (auto callback = callbackOf(command)) {
         context.flush();
         callback->handleCommand(fd, command);
     } else {
-        context.child(0, "agent", &agent_);
+        context.child(0, "agent", &sources_.agent);
     }
 }
 

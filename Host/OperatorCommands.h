@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Host/ControlSocket.h"
+#include "Host/ForwardingPlaneReport.h"
 #include "Platform/Agent/Agent.h"
 #include "Platform/State/DumpContext.h"
 
@@ -11,14 +12,21 @@ namespace Host {
 
 /// What operators can ask the daemon for:
 ///
-///     show tech-support         the daemon's own state and the agent's
-///     show status [VLAN] [-j]   the agent answers
-///     show vlans [-j]           the agent answers
+///     show tech-support           the daemon's own state and the agent's
+///     show status [VLAN] [-j]     the agent answers
+///     show vlans [-j]             the agent answers
+///     show forwarding-plane [-j]  where there is one
 class OperatorCommands {
   public:
-    /// `agent` outlives what is made here; `dumpDaemon` writes the daemon's own state.
-    OperatorCommands(Vela::Agent& agent, std::function<void(Vela::DumpContext&)> dumpDaemon)
-        : agent_(agent), dumpDaemon_(std::move(dumpDaemon)) {}
+    struct Sources {
+        Vela::Agent& agent; ///< outlives what is made here
+        /// Writes the daemon's own state.
+        std::function<void(Vela::DumpContext&)> dumpDaemon;
+        /// Empty where there is no forwarding plane.
+        std::function<ForwardingPlaneReport()> forwardingPlane = {};
+    };
+
+    explicit OperatorCommands(Sources sources) : sources_(std::move(sources)) {}
 
     /// Outlived by this object.
     ControlCommands controlCommands();
@@ -31,8 +39,7 @@ class OperatorCommands {
     Vela::Ptr<Vela::AgentCommandCallback> callbackOf(const std::string& command) const;
     void techSupport(const std::string& command, int fd) const;
 
-    Vela::Agent& agent_;
-    const std::function<void(Vela::DumpContext&)> dumpDaemon_;
+    const Sources sources_;
 };
 
 } // namespace Host

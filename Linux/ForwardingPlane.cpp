@@ -99,7 +99,11 @@ void ForwardingPlane::handleDestroy() noexcept {
 
 void ForwardingPlane::enabledIs(bool enabled) {
     enabled_ = enabled;
-    beat();
+    if (enabled) {
+        lastBeat_ = Vela::MonotonicTime(0); // the next turn says that there are turns
+    } else {
+        beat();
+    }
 }
 
 void ForwardingPlane::handleTurn() {
@@ -110,19 +114,27 @@ void ForwardingPlane::handleTurn() {
 
 void ForwardingPlane::beat() {
     lastBeat_ = inputs_.scheduler->clock().now();
-    trapping_ = enabled_ && agentReady();
-    kernel_->program.state().heartbeat = trapping_ ? static_cast<uint64_t>(lastBeat_.count()) : 0;
+    silentBecause_ = whySilent();
+    kernel_->program.state().heartbeat = trapping() ? static_cast<uint64_t>(lastBeat_.count()) : 0;
 }
 
-bool ForwardingPlane::agentReady() const {
-    if (!kernel_->snoop.running() || !kernel_->inject.running() || !kernel_->fabric.running()) {
-        return false;
+std::string ForwardingPlane::whySilent() const {
+    if (!enabled_) {
+        return "stopped";
+    }
+    for (const PlaneDevice* device : {&kernel_->snoop, &kernel_->inject, &kernel_->fabric}) {
+        if (!device->running()) {
+            return device->name() + " is not there or down";
+        }
     }
     std::vector<uint32_t> bound = kernel_->packetSockets.boundDevices(Plane::trapEtherType);
     auto isBound = [&](const PlaneDevice& device) {
         return std::find(bound.begin(), bound.end(), device.ifIndex()) != bound.end();
     };
-    return isBound(kernel_->snoop) && isBound(kernel_->inject);
+    if (!isBound(kernel_->snoop)) {
+        return "nobody reads from " + kernel_->snoop.name();
+    }
+    return isBound(kernel_->inject) ? "" : "nobody writes to " + kernel_->inject.name();
 }
 
 void ForwardingPlane::handleOwnAddresses() {
@@ -231,7 +243,8 @@ PlaneCounters ForwardingPlane::counters() const {
 
 void ForwardingPlane::dumpState(Vela::DumpContext& context, int indent) const {
     context.print(indent, "Linux::ForwardingPlane\n");
-    context.print(indent + 2, "enabled=%d trapping=%d\n", enabled_, trapping_);
+    context.print(indent + 2, "trapping=%d%s%s\n", trapping(),
+                  trapping() ? "" : " silentBecause=", silentBecause_.c_str());
     for (const auto& [ifIndex, vlanId] : tunnels_) {
         context.print(indent + 2, "tunnel[%u] vlanId=%u attached=%zu\n", ifIndex, vlanId.value(),
                       attached_.count(ifIndex));

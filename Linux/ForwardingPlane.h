@@ -73,8 +73,10 @@ class ForwardingPlane final : public Vela::Entity {
     void enabledIs(bool enabled);
     bool enabled() const { return enabled_; }
 
-    /// Whether requests were trapped as of the last turn.
-    bool trapping() const { return trapping_; }
+    /// Whether requests are trapped, as of the last look at the agent, and if not, why: "nobody
+    /// reads from arpsnoop".
+    bool trapping() const { return silentBecause_.empty(); }
+    const std::string& silentBecause() const { return silentBecause_; }
     PlaneCounters counters() const;
     /// The tunnel devices that the programs are on.
     const std::set<uint32_t>& attachedTunnels() const { return attached_; }
@@ -94,13 +96,13 @@ class ForwardingPlane final : public Vela::Entity {
     Vela::SliceResult attachSlice();
     bool attach(uint32_t ifIndex);
     void beat();
-    bool agentReady() const;
+    std::string whySilent() const;
     uint32_t tunnelOf(Bridging::VlanId vlanId) const;
 
     const Inputs inputs_;
     std::unique_ptr<Kernel> kernel_; // null once destroyed
     bool enabled_ = true;
-    bool trapping_ = false;
+    std::string silentBecause_ = "the loop has not turned yet";
     Vela::MonotonicTime lastBeat_{0};
     std::map<uint32_t, Bridging::VlanId> tunnels_; // as the kernel has been told
     std::set<uint32_t> attached_;

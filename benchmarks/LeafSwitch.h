@@ -2,6 +2,7 @@
 
 #include "ArpSuppression/ArpSuppressionAgent.h"
 #include "Platform/Agent/SwitchState.h"
+#include "Testing/SwitchDevices.h"
 #include "Testing/TrapFrame.h"
 
 #include <cstdint>
@@ -15,8 +16,7 @@
 
 namespace Benchmarks {
 
-/// A switch with so many hosts behind another one, and the agent on it. What machines to come will
-/// know of VLANs and devices is put in by hand.
+/// A switch with so many hosts behind another one, and the agent on it.
 class LeafSwitch {
   public:
     /// The kernel indexes are those of the trap device and of "fabric".
@@ -28,12 +28,14 @@ class LeafSwitch {
         database_ = Vela::make<Vela::EntityManager>(scheduler_, tables_);
         state_.emplace(database_, std::span<uint8_t>());
         publish();
+        publishDevices(arpsnoop, fabric);
         agent_ = ArpSuppression::arpSuppressionAgentFactory("RoadBench");
         agent_->platformIs({scheduler_, database_, false});
         agent_->doInit();
-        while (scheduler_->turn(Vela::MonotonicTime(0))) {
-        }
-        wire(arpsnoop, fabric);
+        turnUntilIdle();
+        // By hand, until the agent finds out by itself where suppression is active.
+        state_->arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
+        turnUntilIdle();
     }
     ~LeafSwitch() {
         state_->arpSuppressionStatus->vlanIdDelAll();
@@ -74,18 +76,15 @@ class LeafSwitch {
         state_->tablesCompleteIs();
         state_->evpnStatus->mplsConfiguredIs(true);
     }
-    void wire(uint32_t arpsnoop, uint32_t fabric) {
-        ArpSuppression::ArpSuppressionRoot& root = *agent_->rootSm()->root();
-        state_->arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
-        auto& l3 = *root.vlanL3InfoStatus();
-        auto vrfInfo = l3.vrfInfo("default");
-        vrfInfo->vrfIdIs(Vrf::VrfId(0));
-        vrfInfo->netNsIs("default");
-        vrfInfo->netlinkSocketIs(7);
-        l3.addVrfInterfaceWatch(l3.vlanL3InfoIs(vrfInfo, Bridging::VlanId(10)));
-        l3.vrfInterfaceWatch("fabric")->kniIntfIfIndexIs(fabric);
-        l3.vrfInterfaceWatch("arpsnoop")->kniIntfIfIndexIs(arpsnoop);
-        root.deviceIntfStatusDir()->deviceIntfStatusIs(11, {Zinc::IntfId("Ethernet1"), "et1"});
+    void publishDevices(uint32_t arpsnoop, uint32_t fabric) {
+        Testing::routedVlanIs(*state_, Bridging::VlanId(10), 1010);
+        Testing::deviceIs(*state_, "arpsnoop", arpsnoop);
+        Testing::deviceIs(*state_, "fabric", fabric);
+        Testing::portIs(*state_, "Ethernet1", "et1", Testing::TrapFrame().srcIfIndex);
+    }
+    void turnUntilIdle() {
+        while (scheduler_->turn(Vela::MonotonicTime(0))) {
+        }
     }
 
     const uint32_t hosts_;

@@ -8,6 +8,7 @@
 #include "Platform/State/DumpContext.h"
 #include "Testing/PacketPorts.h"
 #include "Testing/SimulatedClock.h"
+#include "Testing/SwitchDevices.h"
 #include "Testing/TemporaryDirectory.h"
 
 #include <cstdint>
@@ -30,6 +31,7 @@ class Leaf {
     Leaf() {
         setenv("SWIFTLOGDIR", directory_.path().c_str(), 1);
         publishBindings();
+        publishDevices();
         state_.tablesCompleteIs();
         agent_->platformIs({scheduler_, database_, false});
         agent_->doInit();
@@ -43,7 +45,7 @@ class Leaf {
         auto rootSm = arpSuppressionRootSmFactory(agent_->mounts(), physical, scheduler_);
         rootSm->runnableForTestIs(true);
         rootSm->handleRunnable();
-        wire(*rootSm->root());
+        activate();
         while (input.size() >= 2) {
             size_t length = std::min<size_t>(input[0] << 8 | input[1], input.size() - 2);
             if (length > 0) { // the ports take an empty frame for their end
@@ -102,28 +104,21 @@ class Leaf {
         state_.intfEncapServiceIntf->parentIs(IntfId("Ethernet1"))
             ->subIntfIs(IntfId("Ethernet1.30"), Brant::IntfEncap({Bridging::VlanTag::dot1q, 30}));
     }
-    void wire(ArpSuppressionRoot& root) {
+    void activate() {
         state_.arpSuppressionStatus->vlanIdIs(VlanId(10), true);
         state_.arpSuppressionStatus->vlanIdIs(VlanId(20), false);
-        auto& l3 = *root.vlanL3InfoStatus();
-        auto vrfInfo = l3.vrfInfo("default");
-        vrfInfo->vrfIdIs(Vrf::VrfId(0));
-        vrfInfo->netNsIs("default");
-        vrfInfo->netlinkSocketIs(7);
-        auto vlan10 = l3.vlanL3InfoIs(vrfInfo, VlanId(10));
-        l3.addVrfInterfaceWatch(vlan10);
-        vlan10->kniIntfIfIndexIs(110);
-        vlan10->ipAddressIs(Zinc::IpGenAddr("10.0.0.254"), true);
-        for (auto [name, ifIndex] :
-             {std::pair("fabric", fabric), {"arpsnoop", arpsnoop}, {"arpinject", arpinject}}) {
-            if (auto watch = l3.vrfInterfaceWatch(name)) {
-                watch->kniIntfIfIndexIs(ifIndex);
-            }
-        }
-        root.deviceIntfStatusDir()->deviceIntfStatusIs(11, {IntfId("Ethernet1"), "et1"});
-        root.deviceIntfStatusDir()->deviceIntfStatusIs(12, {IntfId("Ethernet2"), "et2"});
-        root.deviceIntfStatusDir()->deviceIntfStatusIs(1, {IntfId("Cpu"), "cpu"});
         settle();
+    }
+    void publishDevices() {
+        Testing::routedVlanIs(state_, VlanId(10), 110);
+        state_.ipStatus->ipIntfStatus(IntfId("Vlan10"))
+            ->activeAddrWithMaskIs({Zinc::IpGenAddr("10.0.0.254"), 24});
+        Testing::deviceIs(state_, "fabric", fabric);
+        Testing::deviceIs(state_, "arpsnoop", arpsnoop);
+        Testing::deviceIs(state_, "arpinject", arpinject);
+        Testing::portIs(state_, "Ethernet1", "et1", 11);
+        Testing::portIs(state_, "Ethernet2", "et2", 12);
+        Testing::deviceIs(state_, "cpu", 1);
     }
 
     Testing::TemporaryDirectory directory_;

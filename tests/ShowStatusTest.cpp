@@ -206,7 +206,7 @@ TEST_F(ShowStatusTest, AllConditionsOfAVlanWhereItIsAtWork) {
     EXPECT_EQ(conditions(), (std::map<std::string, std::string>{
                                 {"evpnMpls", "yes"},
                                 {"running", "yes"},
-                                {"remoteBindingsComplete", "yes 0 bindings"},
+                                {"remoteBindingsComplete", "yes 0 in the table"},
                                 {"initialPopulation", "yes"},
                                 {"trapSocket", "yes arpsnoop, ifindex 101"},
                                 {"reinjectSocket", "yes arpinject, ifindex 102"},
@@ -262,7 +262,7 @@ TEST_F(ShowStatusTest, WhileTheAgentDoesNotRun) {
 
 TEST_F(ShowStatusTest, WhileTheTableOfBindingsIsIncomplete) {
     expectChange([&] { state().remoteBindingConfig->completeIs(false); },
-                 {{"remoteBindingsComplete", "no 0 bindings"}}, {});
+                 {{"remoteBindingsComplete", "no 0 in the table"}}, {});
 }
 
 TEST_F(ShowStatusTest, BeforeTheInitialPopulation) {
@@ -457,7 +457,7 @@ TEST_F(ShowStatusTest, ForPeople) {
     EXPECT_EQ(statusText("10"), "Agent\n"
                                 "  EVPN over MPLS                   yes\n"
                                 "  agent runs                       yes\n"
-                                "  remote bindings complete         yes  0 bindings\n"
+                                "  remote bindings complete         yes  0 in the table\n"
                                 "  initial population complete      yes\n"
                                 "  trap socket                      yes  arpsnoop, ifindex 101\n"
                                 "  injection socket                 yes  arpinject, ifindex 102\n"

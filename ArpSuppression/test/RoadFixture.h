@@ -3,6 +3,7 @@
 #include "ArpSuppression/ArpSuppressionAgent.h"
 #include "Platform/Trace/Swiftlog.h"
 #include "Testing/PacketPorts.h"
+#include "Testing/SwitchDevices.h"
 #include "Testing/SwitchFixture.h"
 #include "Testing/TrapFrame.h"
 
@@ -16,8 +17,9 @@ namespace ArpSuppression {
 
 using Id = ArpSuppressionCounterId;
 
-/// A switch whose agent runs: EVPN is configured, suppression is active on VLAN 10, which has L3
-/// information, the trap devices are there, and Ethernet1 (11) and Ethernet2 (12) are its ports.
+/// A switch whose agent runs: EVPN is configured, suppression is active on VLAN 10, which is routed
+/// in the default VRF, the trap devices are there, and Ethernet1 (11) and Ethernet2 (12) are its
+/// ports.
 class RoadFixture : public Testing::SwitchFixture {
   protected:
     static constexpr uint32_t fabric = 100;
@@ -43,34 +45,14 @@ class RoadFixture : public Testing::SwitchFixture {
         state().vrfIdMap->vrfIs(Vrf::VrfId(0), "default");
         state().evpnStatus->mplsConfiguredIs(true);
         start(*agent, physicalHardware);
-        state().evpnStatus->vlanToDot1qIs(Bridging::VlanId(10), {});
-        auto vrfInfo = vlanL3InfoStatus().vrfInfo("default");
-        vrfInfo->vrfIdIs(Vrf::VrfId(0));
-        vrfInfo->netNsIs("default");
-        vrfInfo->netlinkSocketIs(7);
-        addVlan(10);
-        deviceIs("fabric", fabric);
-        deviceIs("arpsnoop", arpsnoop);
-        deviceIs("arpinject", arpinject);
-        root().deviceIntfStatusDir()->deviceIntfStatusIs(11, {ethernet1, "et1"});
-        root().deviceIntfStatusDir()->deviceIntfStatusIs(12, {ethernet2, "et2"});
+        Testing::routedVlanIs(state(), Bridging::VlanId(10), 1010);
+        Testing::deviceIs(state(), "fabric", fabric);
+        Testing::deviceIs(state(), "arpsnoop", arpsnoop);
+        Testing::deviceIs(state(), "arpinject", arpinject);
+        Testing::portIs(state(), "Ethernet1", "et1", 11);
+        Testing::portIs(state(), "Ethernet2", "et2", 12);
         runUntilIdle();
         countersMoved();
-    }
-
-    void addVlan(unsigned vlan) {
-        auto vlanL3Info = vlanL3InfoStatus().vlanL3InfoIs(vlanL3InfoStatus().vrfInfo("default"),
-                                                          Bridging::VlanId(vlan));
-        vlanL3InfoStatus().addVrfInterfaceWatch(vlanL3Info);
-        vlanL3Info->kniIntfIfIndexIs(1000 + vlan);
-        vlanL3InfoStatus().vlanUpdated(vlanL3Info);
-    }
-
-    /// The kernel index of a device that some machine watches; 0: it is gone.
-    void deviceIs(const std::string& name, uint32_t ifIndex) {
-        if (auto watch = vlanL3InfoStatus().vrfInterfaceWatch(name)) {
-            watch->kniIntfIfIndexIs(ifIndex);
-        }
     }
 
     ArpSuppressionRootSm& rootSm() { return *agent->rootSm(); }

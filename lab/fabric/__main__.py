@@ -7,7 +7,7 @@ import signal
 import sys
 import time
 
-from .checks import holds, text_of
+from .checks import Moved, holds, text_of
 from .fabric import take_down
 from .namespaces import CommandFailed, Expired
 from .steps import STEPS
@@ -34,15 +34,17 @@ def show(step, number, tour):
 
 
 def print_values(title, values):
-    line = "; ".join(f"{name}: {text_of(value)}" for name, value in values.items())
-    if len(line) <= 100:
-        print(f"    {title:<10}{line}", flush=True)
-        return
+    """Short values together, sets and counters in lines of their own."""
+    short = {name: value for name, value in values.items() if not isinstance(value, (set, Moved))}
+    lines = ["; ".join(f"{name}: {text_of(value)}" for name, value in short.items())]
     for name, value in values.items():
-        text = f"{name}: {text_of(value)}"
-        if isinstance(value, set) and value:
-            text = f"\n{'':14}  ".join([f"{name}:", *(text_of(item) for item in sorted(value))])
-        print(f"    {title:<10}{text}", flush=True)
+        if isinstance(value, Moved):
+            lines.append(f"{name}: {text_of(value)}")
+        elif isinstance(value, set):
+            lines.append(f"{name}:" if value else f"{name}: none")
+            lines += [f"  {item}" for item in sorted(value)]
+    for line in filter(None, lines):
+        print(f"    {title:<10}{line}", flush=True)
         title = ""
 
 

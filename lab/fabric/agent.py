@@ -2,7 +2,6 @@
 
 import json
 import os
-import re
 import signal
 
 from .fabric import VNI, VRF, VRF_VLAN, Binding
@@ -55,16 +54,17 @@ class Agent:
         return run(program, "--runtime-directory", self.runtime, *arguments, check=check).stdout
 
     def counters(self):
-        """All counters by name; empty if no agent has run yet."""
-        lines = self.control("show", "counters", "--all", check=False).splitlines()
-        found = [re.fullmatch(r"\s*\d+ (\w+)\s+(\d+)", line) for line in lines]
-        return {match[1]: int(match[2]) for match in found if match}
+        """All counters by name; none if no agent has run yet."""
+        return {row["name"]: row["count"] for row in self._rows("counters", "--all")}
 
     def bindings(self):
         """The remote bindings that it has."""
-        shown = self.control("show", "bindings", "remote", "-j", check=False)
-        entries = json.loads(shown) if shown else []
-        return {Binding(entry["vlan"], entry["ip"], entry["mac"]) for entry in entries}
+        rows = self._rows("bindings", "remote")
+        return {Binding(row["vlan"], row["address"], row["mac"]) for row in rows}
+
+    def _rows(self, *what):
+        shown = self.control("show", *what, "-j", check=False)
+        return json.loads(shown) if shown else []
 
     def _end(self, number):
         process, self._process = self._process, None

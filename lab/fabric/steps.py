@@ -65,7 +65,7 @@ def _with(question):
             "requests": question.times,
             "answers": question.expected_answers,
             "floods": question.floods,
-            "counters": Moved(question.counters),
+            "the agent counts": Moved(question.counters),
         },
     )
 
@@ -109,7 +109,7 @@ def _asks(host, target, times, number, floods, counter):
             "requests": times,
             "answers": {target: times},
             "floods": floods,
-            "counters": Moved({"trapArpRequest": times, counter: times}),
+            "the agent counts": Moved({"trapArpRequest": times, counter: times}),
         },
     )
 
@@ -220,7 +220,7 @@ STEPS = (
             "answers": {},
             "floods": 0,
             "sent on by the agent": 3,
-            "counters": Moved({"sentToRemoteTeps": 3, "reinjectWritten": 3}),
+            "the agent counts": Moved({"sentToRemoteTeps": 3, "reinjectWritten": 3}),
         },
     ),
     Step(

@@ -4,6 +4,7 @@ import os
 
 from . import asking
 from .agent import Agent
+from .checks import Moved
 from .fabric import VRF_VLAN, Fabric
 from .namespaces import Expired, eventually
 from .wire import Tap
@@ -82,7 +83,7 @@ class Tour:
             for name, count in agent.counters().items()
             if count != before.get(name, 0)
         }
-        return {**seen, "counters": moved}
+        return {**seen, "the agent counts": Moved(moved)}
 
     def reinjecting(self, number, act):
         """What an action sees, and how many requests an agent has sent on meanwhile."""

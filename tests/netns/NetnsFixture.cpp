@@ -1,5 +1,8 @@
 #include "tests/netns/NetnsFixture.h"
 
+#include "Testing/IpCommand.h"
+#include "Testing/SwitchDevices.h"
+
 #include <cstdlib>
 #include <string_view>
 
@@ -13,6 +16,9 @@ const std::string NetnsFixture::noMac = "00:00:00:00:00:00";
 
 NetnsFixture::NetnsFixture() {
     Testing::enterOwnNetworkNamespace();
+    // The kernel must not give this index to any of the other devices.
+    Testing::ip({"link", "add", "et1", "index", std::to_string(ethernet1Index), "type", "veth",
+                 "peer", "name", "far-et1"});
     const char* setting = std::getenv("VELA_ALWAYS_YIELD");
     live_ = std::make_unique<Testing::LiveSwitch>(
         Vela::TaskScheduler::Settings{.alwaysYield = setting && std::string_view(setting) == "1"});
@@ -47,16 +53,11 @@ void NetnsFixture::start(Hardware hardware) {
         {{Bridging::VlanId(10), Zinc::IpGenAddr("10.0.0.2")}, Zinc::EthAddr(remoteMac), 0, 0});
     live_->start(*agent_, hardware == Hardware::physical);
 
-    // By hand, what other machines of the agent find out from the switch's state.
-    auto& root = *agent_->rootSm()->root();
     state().arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
-    auto vrfInfo = root.vlanL3InfoStatus()->vrfInfo("default");
-    vrfInfo->vrfIdIs(Vrf::VrfId(0));
-    vrfInfo->netNsIs("default");
-    vrfInfo->netlinkSocketIs(7);
-    root.deviceIntfStatusDir()->deviceIntfStatusIs(11, {Zinc::IntfId("Ethernet1"), "et1"});
+    Testing::routedVlanIs(state(), Bridging::VlanId(10), 1010);
+    Testing::portIs(state(), "Ethernet1", "et1", ethernet1Index);
     for (const auto& [name, port] : ports_) {
-        ifIndexIs(name, port->ifIndex());
+        Testing::deviceIs(state(), name, port->ifIndex());
     }
     turnUntilIdle();
     ASSERT_TRUE(trapSm().fileDescriptor());
@@ -69,9 +70,8 @@ void NetnsFixture::portIs(const std::string& name) {
 }
 
 void NetnsFixture::ifIndexIs(const std::string& name, uint32_t ifIndex) {
-    auto watch = agent_->rootSm()->root()->vlanL3InfoStatus()->vrfInterfaceWatch(name);
-    ASSERT_TRUE(watch) << name;
-    watch->kniIntfIfIndexIs(ifIndex);
+    Testing::deviceIs(state(), name, ifIndex);
+    turnUntilIdle();
 }
 
 std::vector<Frame> NetnsFixture::sent(const std::string& name, size_t count) {

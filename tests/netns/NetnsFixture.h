@@ -34,11 +34,11 @@ class NetnsFixture : public ::testing::Test {
 
     /// Makes the trap devices that such a switch has, and starts the agent.
     void start(Hardware hardware);
-    /// The devices go and come as the kernel has them, without a word to the agent.
+    /// The devices go and come as the kernel has them, without a word to the switch.
     void portIs(const std::string& name);
     void portDel(const std::string& name) { ports_.erase(name); }
     Testing::VethPort& port(const std::string& name) { return *ports_.at(name); }
-    /// Tells the agent a device's kernel index; 0: it is gone.
+    /// Publishes a device's kernel index, and waits until the agent has seen it; 0: it is gone.
     void ifIndexIs(const std::string& name, uint32_t ifIndex);
 
     /// Waits for as many frames out of a device, and returns all that came when nothing is left to
@@ -54,6 +54,7 @@ class NetnsFixture : public ::testing::Test {
     const MessageTapSocketSm& trapSm() { return *agent_->rootSm()->messageTrapSm(); }
     const MessageTapSocketSm& reinjectSm() { return *agent_->rootSm()->messageReinjectSm(); }
 
+    static constexpr uint32_t ethernet1Index = 11;
     static const std::string senderMac, remoteMac, bridgeMac, broadcast, noMac;
     /// A request for an address that another switch advertises, and one that nobody does.
     static TrapFrame request(std::optional<uint16_t> tag = {}) { return {.dot1q = tag}; }

@@ -137,6 +137,7 @@ class SuppressionTest(unittest.TestCase):
         self.assert_suppressed(self.h11, self.h12)
 
     def test_probe_and_announcement_are_always_forwarded(self):
+        # Linux's own suppression keeps both from the tunnel once it is on.
         self.start()
         self.bind(self.h21)
         probe = asking.ask(self.fabric, self.h11, asking.probe(self.h21.address), 2)
