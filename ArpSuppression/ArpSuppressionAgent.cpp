@@ -1,6 +1,7 @@
 #include "ArpSuppression/ArpSuppressionAgent.h"
 
 #include "ArpSuppression/ArpSuppressionTrace.h"
+#include "ArpSuppression/ShowStatus.h"
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/Swiftlog.h"
 #include "Platform/Trace/SwiftlogType.h"
@@ -146,6 +147,8 @@ void ArpSuppressionAgent::doMountsComplete(Vela::MountStatus mountStatus,
              intfEncapServiceIntf);
     rootSmIs(mounts(), isPhysicalHardware(), taskSchedulerRoot());
     commandRequestDirSm().callbackIs(Vela::make<CliCallback>(rootSm()));
+    commandRequestDirSm().callbackIs(Vela::make<ShowStatusCallback>(rootSm()));
+    commandRequestDirSm().callbackIs(Vela::make<ShowVlansCallback>(rootSm()));
 }
 
 void ArpSuppressionAgent::vrfIdReverseMapperIs(

@@ -47,8 +47,8 @@ class Conversation {
     void put(std::string_view text);
     /// The first line of the answer, without its line feed.
     std::string statusLine();
-    /// The rest of it.
-    void copyTo(int output);
+    /// The rest of it. Returns false where `take` did.
+    bool handOn(const TakeAnswer& take);
 
   private:
     void patienceIs(std::chrono::milliseconds patience);
@@ -148,24 +148,38 @@ std::string Conversation::statusLine() {
     throw NoAnswer("the arpsupd in " + directory_ + " closed the connection without an answer");
 }
 
-void Conversation::copyTo(int output) {
+bool Conversation::handOn(const TakeAnswer& take) {
     patienceIs(std::chrono::milliseconds(0));
     do {
-        while (!unread_.empty()) {
-            ssize_t count = write(output, unread_.data(), unread_.size());
-            if (count < 0 && errno != EINTR) {
-                throw NoAnswer(std::string("the answer cannot be written: ") +
-                               std::strerror(errno));
-            }
-            unread_.remove_prefix(count > 0 ? static_cast<size_t>(count) : 0);
+        if (!unread_.empty() && !take(unread_)) {
+            return false;
         }
     } while (receive() > 0);
+    return true;
+}
+
+bool writeAll(int output, std::string_view text, std::ostream& errors) {
+    while (!text.empty()) {
+        ssize_t count = write(output, text.data(), text.size());
+        if (count < 0 && errno != EINTR) {
+            errors << "error: the answer cannot be written: " << std::strerror(errno) << '\n';
+            return false;
+        }
+        text.remove_prefix(count > 0 ? static_cast<size_t>(count) : 0);
+    }
+    return true;
 }
 
 } // namespace
 
 int askDaemon(const std::string& runtimeDirectory, const std::string& command, int output,
               std::ostream& errors, std::chrono::milliseconds patience) {
+    auto write = [&](std::string_view piece) { return writeAll(output, piece, errors); };
+    return askDaemon(runtimeDirectory, command, write, errors, patience);
+}
+
+int askDaemon(const std::string& runtimeDirectory, const std::string& command,
+              const TakeAnswer& take, std::ostream& errors, std::chrono::milliseconds patience) {
     try {
         Conversation conversation(runtimeDirectory, patience);
         conversation.connect();
@@ -175,8 +189,7 @@ int askDaemon(const std::string& runtimeDirectory, const std::string& command, i
             errors << status << '\n';
             return 1;
         }
-        conversation.copyTo(output);
-        return 0;
+        return conversation.handOn(take) ? 0 : 1;
     } catch (const NoAnswer& reason) {
         errors << "error: " << reason.what() << '\n';
         return 1;

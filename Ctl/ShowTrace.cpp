@@ -1,10 +1,13 @@
 #include "Ctl/ShowTrace.h"
 
+#include "Platform/Base/JsonWriter.h"
 #include "Platform/Trace/SwiftlogReader.h"
+#include "Platform/Trace/TraceText.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <ostream>
+#include <span>
 #include <system_error>
 #include <vector>
 
@@ -39,6 +42,29 @@ std::string newestFile(const std::string& directory, std::string& why) {
     return newest;
 }
 
+/// "2025-03-01T12:00:00.123456Z"
+std::string isoTime(int64_t nanoseconds) {
+    std::string text = Vela::utcText(nanoseconds) + "Z";
+    std::replace(text.begin(), text.end(), ' ', 'T');
+    return text;
+}
+
+void writeJson(std::span<const Vela::SwiftlogRecord* const> records, std::ostream& out) {
+    Vela::JsonWriter json;
+    json.beginRows();
+    for (const Vela::SwiftlogRecord* record : records) {
+        json.beginObject()
+            .field("time", isoTime(record->wall))
+            .field("level", record->level)
+            .field("unit", record->type ? record->type->unit : "?")
+            .field("event", record->type ? record->type->title : "?")
+            .field("text", record->text())
+            .endObject();
+        out << json.take();
+    }
+    out << json.endArray().take();
+}
+
 } // namespace
 
 int showTrace(const TraceRequest& request, std::ostream& out, std::ostream& errors) {
@@ -64,8 +90,13 @@ int showTrace(const TraceRequest& request, std::ostream& out, std::ostream& erro
         }
     }
     size_t count = request.last ? std::min(*request.last, wanted.size()) : wanted.size();
-    for (size_t i = wanted.size() - count; i < wanted.size(); ++i) {
-        out << *wanted[i] << '\n';
+    auto last = std::span<const Vela::SwiftlogRecord* const>(wanted).last(count);
+    if (request.json) {
+        writeJson(last, out);
+    } else {
+        for (const Vela::SwiftlogRecord* record : last) {
+            out << *record << '\n';
+        }
     }
     out.flush();
     if (!out) {

@@ -13,11 +13,12 @@ struct TraceRequest {
     std::string directory = "/var/log/arpsup";
     std::optional<unsigned> level = {}; ///< up to this one
     std::optional<size_t> last = {};    ///< no more than the latest so many of them
+    bool json = false;
 };
 
-/// Prints a line per record, oldest first; what is wrong with the file goes to `errors`, and so
-/// does its name where it was chosen here. Returns the exit status: 1 if there is no such file or
-/// it cannot be read at all, or if `out` fails.
+/// Prints a line or a JSON object per record, oldest first; what is wrong with the file goes to
+/// `errors`, and so does its name where it was chosen here. Returns the exit status: 1 if there is
+/// no such file or it cannot be read at all, or if `out` fails.
 int showTrace(const TraceRequest& request, std::ostream& out, std::ostream& errors);
 
 } // namespace Ctl

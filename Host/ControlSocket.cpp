@@ -124,6 +124,10 @@ void closeAllBut(int fd) noexcept {
 
 } // namespace
 
+std::string unknownCommand(const std::string& command, const std::string& names) {
+    return "unknown command " + quoted(command) + "; known: " + names;
+}
+
 ControlSocket::ControlSocket(Vela::Ptr<Vela::TaskScheduler> scheduler, std::string path,
                              const std::string& group, ControlCommands commands)
     : scheduler_(std::move(scheduler)), path_(std::move(path)), commands_(std::move(commands)) {
@@ -191,8 +195,8 @@ void ControlSocket::connectionIs(Vela::UniqueFd fd) {
 }
 
 std::string ControlSocket::start(const std::string& command, int fd) {
-    if (!commands_.knows(command)) {
-        return "unknown command " + quoted(command) + "; known: " + commands_.names;
+    if (std::string refusal = commands_.refusal(command); !refusal.empty()) {
+        return refusal;
     }
     if (children_.size() == mostChildren) {
         return "busy";

@@ -15,10 +15,8 @@ class ControlConnection;
 
 /// What can be asked for through the control socket.
 struct ControlCommands {
-    /// Whether there is such a command; asked in the daemon, so it must be quick.
-    std::function<bool(const std::string& command)> knows;
-    /// For people: "show tech-support, show counters".
-    std::string names;
+    /// Why there can be no answer; nothing if there can. Asked in the daemon, so it must be quick.
+    std::function<std::string(const std::string& command)> refusal;
     /// Writes the answer. Runs in a forked child, at low priority, with the default signal mask and
     /// no descriptors but standard input, output and error and `fd`, which blocks. It sees the
     /// daemon's state of the moment; what it changes nobody sees, but in memory that is shared with
@@ -26,6 +24,10 @@ struct ControlCommands {
     /// what it has buffered it must have written by then.
     std::function<void(const std::string& command, int fd)> handler;
 };
+
+/// What a client is told who asks for something else than the commands named, for people:
+/// "show tech-support, show status [VLAN]".
+std::string unknownCommand(const std::string& command, const std::string& names);
 
 /// The UNIX stream socket through which an operator asks the daemon. The client sends one line of
 /// printable ASCII (ControlRequest); the answer is "ok\n" and the output, until the connection

@@ -2,9 +2,11 @@
 
 #include "Host/Configuration.h"
 #include "Host/ControlSocket.h"
+#include "Host/OperatorCommands.h"
 #include "Host/RuntimeDirectory.h"
 #include "Host/SignalDescriptor.h"
 #include "Host/StaticEntries.h"
+#include "Linux/KernelSwitch.h"
 #include "Platform/Agent/Agent.h"
 #include "Platform/Agent/SwitchState.h"
 #include "Platform/Scheduler/ActivityLoop.h"
@@ -35,10 +37,8 @@ class Daemon {
 
   private:
     Vela::Ptr<Vela::TaskScheduler> makeScheduler();
-    void publish(const Configuration& configuration);
+    void publish(Configuration configuration);
     void reload();
-    bool knows(const std::string& command) const;
-    void handleCommand(const std::string& command, int fd);
     void dump(Vela::DumpContext& context) const;
 
     const Configuration configuration_; // as it was at the start
@@ -55,8 +55,10 @@ class Daemon {
     Vela::Owned<Vela::EntityManager> entityManager_;
     std::optional<Vela::SwitchState> state_;
     std::optional<StaticEntries> staticEntries_;
+    Vela::Owned<Linux::KernelSwitch> kernelSwitch_; // where the kernel is the switch
     Vela::Owned<Vela::Agent> agent_;
     std::string ringBufferFile_;
+    std::optional<OperatorCommands> commands_;
     Vela::Owned<ControlSocket> controlSocket_;
 };
 

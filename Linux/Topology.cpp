@@ -19,9 +19,9 @@ void Topology::dumpState(Vela::DumpContext& context, int indent) const {
     }
     for (auto cursor = routedDevice_.first(); cursor; ++cursor) {
         const RoutedDevice& device = cursor.value();
-        context.print(indent + 2, "routedDevice[%s/%u] vlanId=%u intfId=%s vrfId=%u\n",
+        context.print(indent + 2, "routedDevice[%s/%u] vlanId=%u intfId=%s vrfId=%u macvlan=%d\n",
                       cursor.key().netNs.c_str(), cursor.key().ifIndex, device.vlanId.value(),
-                      device.intfId.toStrep().c_str(), device.vrfId.value());
+                      device.intfId.toStrep().c_str(), device.vrfId.value(), device.macvlan);
     }
 }
 

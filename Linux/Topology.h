@@ -39,6 +39,7 @@ struct RoutedDevice {
     Bridging::VlanId vlanId;
     Zinc::IntfId intfId; ///< of the routed interface, Vlan10; empty: no such device
     Vrf::VrfId vrfId;
+    bool macvlan = false; ///< on the routed interface, not that interface itself
 
     friend bool operator==(const RoutedDevice&, const RoutedDevice&) = default;
 };

@@ -23,6 +23,8 @@ class LiveSwitch {
     LiveSwitch& operator=(const LiveSwitch&) = delete;
 
     Vela::SwitchState& state() { return *state_; }
+    const Vela::Ptr<Vela::TaskScheduler>& scheduler() const { return scheduler_; }
+    const Vela::Ptr<Quarry::ChangeLog>& changeLog() const { return tableService_->changeLog(); }
     /// Where its files are: the tables below "tables", the ring-buffer file in "log".
     const std::string& directory() const { return directory_.path(); }
 

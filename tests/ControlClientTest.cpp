@@ -1,12 +1,14 @@
 // arpsupctl's side of the control socket, with the daemon's side in another process.
 
 #include "Ctl/ControlClient.h"
+#include "Ctl/ShowTechSupport.h"
 
 #include "Host/ControlSocket.h"
 #include "Platform/Base/UniqueFd.h"
 #include "Platform/Scheduler/ActivityLoop.h"
 
 #include <array>
+#include <boost/json.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -84,9 +86,10 @@ class ControlClientTest : public ::testing::Test {
     void startDaemon() {
         start([this](int ready) {
             Host::ControlCommands commands;
-            commands.names = "hello, great";
-            commands.knows = [](const std::string& command) {
-                return command == "hello" || command == "great";
+            commands.refusal = [](const std::string& command) {
+                return command == "hello" || command == "great"
+                           ? ""
+                           : Host::unknownCommand(command, "hello, great");
             };
             commands.handler = [](const std::string& command, int fd) {
                 say(fd, command == "great" ? greatText() : "hello\nerror: only text\n");
@@ -157,6 +160,76 @@ TEST_F(ControlClientTest, CopiesTheAnswer) {
     EXPECT_EQ(ask("great"), 0);
     EXPECT_EQ(output(), greatText());
     EXPECT_EQ(errors_.str(), "");
+}
+
+TEST_F(ControlClientTest, HandsTheAnswerOnUntilToldOtherwise) {
+    startDaemon();
+    std::string taken;
+    EXPECT_EQ(askDaemon(
+                  runtime_, "great",
+                  [&](std::string_view piece) {
+                      EXPECT_NE(piece, "");
+                      taken += piece;
+                      return true;
+                  },
+                  errors_),
+              0);
+    EXPECT_EQ(taken, greatText());
+    int calls = 0;
+    EXPECT_EQ(askDaemon(
+                  runtime_, "great", [&](std::string_view) { return ++calls < 2; }, errors_),
+              1);
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(errors_.str(), "") << "who takes it says why";
+}
+
+// --- A dump as JSON
+
+TEST_F(ControlClientTest, SectionsOfADumpAsJson) {
+    const std::string dump = "arpsupd /run\n  process=1\nEntityManager\n    \"quoted\" \xff\n\n"
+                             "  more\nEmpty\nLast one\n  without an end";
+    startServer("ok\n" + dump);
+    std::ostringstream out;
+    EXPECT_EQ(showTechSupportJson(runtime_, out, errors_), 0) << errors_.str();
+    EXPECT_EQ(boost::json::parse(out.str()), boost::json::parse(R"({"sections":[
+        {"title":"arpsupd /run","text":"  process=1\n"},
+        {"title":"EntityManager","text":"    \"quoted\" \ufffd\n\n  more\n"},
+        {"title":"Empty","text":""},
+        {"title":"Last one","text":"  without an end\n"}]})"))
+        << out.str();
+}
+
+TEST_F(ControlClientTest, AGreatDumpAsJson) {
+    // Without unindented lines there is one section: the first line gives its title.
+    std::string body;
+    while (body.size() < 1'000'000) {
+        body += "  line " + std::to_string(body.size()) + "\n";
+    }
+    startServer("ok\nTitle\n" + body);
+    std::ostringstream out;
+    EXPECT_EQ(showTechSupportJson(runtime_, out, errors_), 0) << errors_.str();
+    const auto sections = boost::json::parse(out.str()).at("sections").as_array();
+    ASSERT_EQ(sections.size(), 1u);
+    EXPECT_EQ(boost::json::value_to<std::string>(sections[0].at("text")), body);
+}
+
+TEST_F(ControlClientTest, ADumpAsJsonThatIsRefusedOrEmptyOrCannotBeWritten) {
+    std::ostringstream out;
+    EXPECT_EQ(showTechSupportJson(runtime_, out, errors_), 1);
+    EXPECT_EQ(errors_.str(), "error: no arpsupd runs in " + runtime_ + " (no such socket)\n");
+    EXPECT_EQ(out.str(), "");
+    startServer("ok\nTitle\n  text\n");
+    errors_.str("");
+    std::ofstream full("/dev/full");
+    EXPECT_EQ(showTechSupportJson(runtime_, full, errors_), 1);
+    EXPECT_EQ(errors_.str(), "error: the answer cannot be written\n");
+}
+
+TEST_F(ControlClientTest, AnEmptyDumpAsJson) {
+    startServer("ok\n");
+    std::ostringstream out;
+    EXPECT_EQ(showTechSupportJson(runtime_, out, errors_), 0);
+    EXPECT_EQ(out.str(), "{\"sections\":[]}\n");
 }
 
 TEST_F(ControlClientTest, AnErrorIsNoOutput) {

@@ -72,8 +72,9 @@ class ControlSocketTest : public Testing::CoreFixture {
 
     void listen(const std::string& group = "") {
         ControlCommands commands;
-        commands.names = "say hello, wait";
-        commands.knows = [this](const std::string& command) { return commands_.count(command); };
+        commands.refusal = [this](const std::string& command) {
+            return commands_.count(command) ? "" : unknownCommand(command, "say hello, wait");
+        };
         commands.handler = [this](const std::string& command, int fd) { commands_[command](fd); };
         socket_ = Vela::make<ControlSocket>(scheduler(), path_, group, std::move(commands));
     }

@@ -380,10 +380,12 @@ TEST_F(ArpSuppressionAgentTest, aSimulatedPlatformHasItsOwnPacketPath) {
     EXPECT_STREQ(agent->rootSm()->messageTrapSm()->typeName(), "MessageTrapSmMimic");
 }
 
-TEST_F(ArpSuppressionAgentTest, registersTheCommandThatDumpsTheRoot) {
+TEST_F(ArpSuppressionAgentTest, registersTheCommandsOfOperators) {
     start(*agent);
     auto& commands = agent->commandRequestDirSm();
-    EXPECT_EQ(commands.callbackCollection().count(), 1u);
+    EXPECT_EQ(commands.callbackCollection().count(), 3u);
+    EXPECT_TRUE(commands.callback("showStatus"));
+    EXPECT_TRUE(commands.callback("showVlans"));
     auto callback = commands.callback("showTechSupport");
     ASSERT_TRUE(callback);
     EXPECT_STREQ(callback->commandName(), "showTechSupport");

@@ -42,7 +42,24 @@ TEST_F(CommandLineTest, HelpNamesEveryCommand) {
     }
     EXPECT_EQ(errors_.str(), "");
     EXPECT_EQ(run({"show", "--help"}), 0);
-    EXPECT_TRUE(helps("tech-support"));
+    for (const char* text :
+         {"status", "vlans", "bindings", "counters", "forwarding-plane", "tech-support"}) {
+        EXPECT_TRUE(helps(text)) << text;
+    }
+    EXPECT_FALSE(helps("Exit status")) << "that stands above";
+    const std::vector<std::vector<const char*>> leaves = {{"show", "status"},
+                                                          {"show", "vlans"},
+                                                          {"show", "bindings", "remote"},
+                                                          {"show", "counters"},
+                                                          {"show", "forwarding-plane"},
+                                                          {"show", "tech-support"},
+                                                          {"trace"}};
+    for (auto arguments : leaves) {
+        arguments.push_back("--help");
+        EXPECT_EQ(run(arguments), 0);
+        EXPECT_TRUE(helps("-j,--json")) << arguments[arguments.size() - 2];
+        EXPECT_EQ(errors_.str(), "");
+    }
     EXPECT_EQ(run({"trace", "--help"}), 0);
     for (const char* text : {"FILE", "--level", "--last", "--log-directory", "/var/log/arpsup"}) {
         EXPECT_TRUE(helps(text)) << text;
@@ -60,6 +77,23 @@ TEST_F(CommandLineTest, WrongUsageIsTwo) {
         {"trace", "--last", "many"},
         {"trace", "one", "two"},
         {"--runtime-directory"},
+        {"-j"},
+        {"show", "status", "0"},
+        {"show", "status", "4095"},
+        {"show", "status", "ten"},
+        {"show", "status", "10", "20"},
+        {"show", "vlans", "10"},
+        {"show", "bindings"},
+        {"show", "bindings", "local"},
+        {"show", "bindings", "remote", "10.0.0"},
+        {"show", "bindings", "remote", ""},
+        {"show", "bindings", "remote", "10.0.0.1", "10.0.0.2"},
+        {"show", "bindings", "remote", "--vlan", "0"},
+        {"show", "bindings", "remote", "--vlan", "5000"},
+        {"show", "bindings", "remote", "--vlan"},
+        {"show", "counters", "--watch", "0"},
+        {"show", "counters", "--watch", "-1"},
+        {"show", "counters", "--watch", "often"},
     };
     for (const auto& arguments : wrong) {
         EXPECT_EQ(run(arguments), 2) << ::testing::PrintToString(arguments);
@@ -74,8 +108,18 @@ TEST_F(CommandLineTest, TheRuntimeDirectoryIsTheOneGiven) {
     };
     std::string given = directory_ + "/given";
     std::string fromEnvironment = directory_ + "/environment";
-    EXPECT_EQ(run({"--runtime-directory", given.c_str(), "show", "tech-support"}), 1);
-    EXPECT_EQ(errors_.str(), nobodyIn(given));
+    const std::vector<std::vector<const char*>> askers = {{"tech-support"}, {"tech-support", "-j"},
+                                                          {"status"},       {"status", "10"},
+                                                          {"vlans", "-j"},  {"forwarding-plane"}};
+    for (auto arguments : askers) {
+        arguments.insert(arguments.begin(), {"--runtime-directory", given.c_str(), "show"});
+        EXPECT_EQ(run(arguments), 1);
+        EXPECT_EQ(errors_.str(), nobodyIn(given)) << arguments[3];
+        EXPECT_EQ(out_.str(), "");
+    }
+    EXPECT_EQ(run({"--runtime-directory", given.c_str(), "show", "bindings", "remote"}), 1);
+    EXPECT_EQ(errors_.str(),
+              "error: there is no table of remote bindings: no arpsupd has run in " + given + "\n");
 
     setenv("ARPSUP_RUNTIME_DIRECTORY", fromEnvironment.c_str(), 1);
     EXPECT_EQ(run({"show", "tech-support"}), 1);

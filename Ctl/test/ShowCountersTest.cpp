@@ -7,12 +7,16 @@
 #include "Testing/TemporaryDirectory.h"
 
 #include <algorithm>
+#include <boost/json.hpp>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace Ctl {
 namespace {
@@ -58,7 +62,7 @@ class ShowCountersTest : public Testing::CoreFixture {
     int show(bool all = false) {
         out_.str("");
         errors_.str("");
-        return showCounters(directory_.path(), all, out_, errors_);
+        return showCounters({directory_.path(), all}, out_, errors_);
     }
     static long lines(const std::ostringstream& stream) {
         std::string text = stream.str();
@@ -174,10 +178,130 @@ TEST_F(ShowCountersTest, OfADamagedTableWhatCanBeRead) {
         << errors_.str();
 }
 
+TEST_F(ShowCountersTest, JsonHasAllOfThem) {
+    mount();
+    count(ArpSuppressionCounterId::inputDeleted, 3);
+    EXPECT_EQ(showCounters({directory_.path(), false, true}, out_, errors_), 0);
+    const auto rows = boost::json::parse(out_.str()).as_array();
+    ASSERT_EQ(rows.size(), 58u);
+    EXPECT_EQ(rows[4], boost::json::parse(R"({"id":4,"name":"inputDeleted","count":3})"));
+    for (int64_t id = 0; id < 58; ++id) {
+        const auto& row = rows[static_cast<size_t>(id)].as_object();
+        EXPECT_EQ(row.at("id").as_int64(), id);
+        EXPECT_EQ(row.at("count").as_int64(), id == 4 ? 3 : 0);
+    }
+    EXPECT_EQ(lines(out_), 60) << "a line each and the brackets";
+    EXPECT_EQ(errors_.str(), "");
+}
+
+// --- Again and again
+
+TEST_F(ShowCountersTest, AWatchShowsWhatGrows) {
+    mount();
+    count(ArpSuppressionCounterId::inputDeleted, 3);
+    int round = 0;
+    auto next = [&]() -> std::optional<double> {
+        switch (++round) {
+        case 1:
+            count(ArpSuppressionCounterId::inputDeleted, 5);
+            count(ArpSuppressionCounterId::trapArpRequest, 1);
+            return 2.0;
+        case 2:
+            return 0.5;
+        default:
+            return std::nullopt;
+        }
+    };
+    EXPECT_EQ(watchCounters({directory_.path()}, next, out_, errors_), 0);
+    EXPECT_EQ(out_.str(), " 4 inputDeleted                                   3\n"
+                          "\n"
+                          " 4 inputDeleted                                   8         2.5/s\n"
+                          "50 trapArpRequest                                 1         0.5/s\n"
+                          "\n"
+                          " 4 inputDeleted                                   8         0.0/s\n"
+                          "50 trapArpRequest                                 1         0.0/s\n");
+    EXPECT_EQ(errors_.str(), "");
+    EXPECT_EQ(round, 3);
+}
+
+TEST_F(ShowCountersTest, AWatchInJsonIsAnObjectPerRound) {
+    mount();
+    int round = 0;
+    auto next = [&]() -> std::optional<double> {
+        count(ArpSuppressionCounterId::trapArpRequest, 6);
+        return ++round < 3 ? std::optional(4.0) : std::nullopt;
+    };
+    EXPECT_EQ(watchCounters({directory_.path(), false, true}, next, out_, errors_), 0);
+    std::istringstream text(out_.str());
+    std::vector<boost::json::object> objects;
+    for (std::string line; std::getline(text, line);) {
+        objects.push_back(boost::json::parse(line).as_object());
+    }
+    ASSERT_EQ(objects.size(), 3u) << out_.str();
+    EXPECT_FALSE(objects[0].contains("seconds"));
+    for (size_t i = 0; i < 3; ++i) {
+        const auto& counters = objects[i].at("counters").as_array();
+        ASSERT_EQ(counters.size(), 58u);
+        const auto& counter = counters[50].as_object();
+        EXPECT_EQ(counter.at("count").as_int64(), 6 * static_cast<int64_t>(i));
+        EXPECT_EQ(counter.contains("perSecond"), i > 0);
+        if (i > 0) {
+            EXPECT_EQ(objects[i].at("seconds").to_number<double>(), 4.0);
+            EXPECT_EQ(counter.at("perSecond").to_number<double>(), 1.5);
+            EXPECT_EQ(counters[0].at("perSecond").to_number<double>(), 0.0);
+        }
+    }
+}
+
+TEST_F(ShowCountersTest, AWatchGoesOnWithTheDaemonsSuccessor) {
+    mount();
+    count(ArpSuppressionCounterId::inputDeleted, 100);
+    int round = 0;
+    auto next = [&]() -> std::optional<double> {
+        if (++round == 1 || round == 3) {
+            counters_.reset();
+            group_->unmount("arpSuppression/counter");
+        }
+        if (round == 2) {
+            mount();
+            count(ArpSuppressionCounterId::inputDeleted, 150);
+        }
+        return round < 5 ? std::optional(1.0) : std::nullopt;
+    };
+    EXPECT_EQ(watchCounters({directory_.path()}, next, out_, errors_), 0);
+    EXPECT_EQ(out_.str(), " 4 inputDeleted                                 100\n"
+                          "\n"
+                          " 4 inputDeleted                                 100         0.0/s\n"
+                          "\n"
+                          " 4 inputDeleted                                 150       150.0/s\n"
+                          "\n"
+                          " 4 inputDeleted                                 150         0.0/s\n"
+                          "\n"
+                          " 4 inputDeleted                                 150         0.0/s\n");
+    const std::string stopped = "note: arpsupd has stopped; these are its counters at the end\n";
+    EXPECT_EQ(errors_.str(), stopped + stopped) << "once each time";
+}
+
+TEST_F(ShowCountersTest, AWatchWithoutATableOrWithAFullOutputEnds) {
+    auto never = []() -> std::optional<double> {
+        ADD_FAILURE() << "it does not wait";
+        return std::nullopt;
+    };
+    EXPECT_EQ(watchCounters({directory_.path()}, never, out_, errors_), 1);
+    EXPECT_EQ(errors_.str(),
+              "error: there are no counters: no agent has run in " + directory_.path() + "\n");
+    mount();
+    count(ArpSuppressionCounterId::inputDeleted, 1);
+    errors_.str("");
+    std::ofstream full("/dev/full");
+    EXPECT_EQ(watchCounters({directory_.path()}, never, full, errors_), 1);
+    EXPECT_EQ(errors_.str(), "error: the counters cannot be written\n");
+}
+
 TEST_F(ShowCountersTest, AFullOutputFails) {
     mount();
     std::ofstream full("/dev/full");
-    EXPECT_EQ(showCounters(directory_.path(), true, full, errors_), 1);
+    EXPECT_EQ(showCounters({directory_.path(), true}, full, errors_), 1);
     EXPECT_EQ(errors_.str(), "error: the counters cannot be written\n");
 }
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Trace/SwiftlogType.h"
 
+#include <boost/json.hpp>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -159,6 +160,35 @@ TEST_F(ShowTraceTest, OfATruncatedFileWhatThereIs) {
     EXPECT_EQ(show(), 0);
     EXPECT_EQ(lines(), (Lines{"0 Ctl/Rare rare n=1", "0 Ctl/Rare rare n=3"}));
     EXPECT_EQ(errors_.str().find(request_.file + ": "), 0u) << errors_.str();
+}
+
+TEST_F(ShowTraceTest, AnObjectPerRecordAsJson) {
+    writeFile("test.sl");
+    request_.file = directory_ / "test.sl";
+    request_.json = true;
+    EXPECT_EQ(show(), 0);
+    const auto records = boost::json::parse(out_.str()).as_array();
+    ASSERT_EQ(records.size(), 4u);
+    for (const auto& record : records) {
+        // 2025-03-01T12:00:00.123456Z
+        std::string time = boost::json::value_to<std::string>(record.at("time"));
+        EXPECT_EQ(time.size(), 27u) << time;
+        EXPECT_EQ(time[10], 'T');
+        EXPECT_EQ(time[26], 'Z');
+    }
+    auto last = records[3].as_object();
+    last.erase("time");
+    EXPECT_EQ(last,
+              boost::json::parse(R"({"level":9,"unit":"Ctl/Flood","event":"flood","text":"n=4"})"));
+
+    request_.level = 5;
+    request_.last = 1;
+    EXPECT_EQ(show(), 0);
+    ASSERT_EQ(boost::json::parse(out_.str()).as_array().size(), 1u);
+    EXPECT_EQ(boost::json::parse(out_.str()).at(0).at("text"), "n=3");
+    request_.last = 0;
+    EXPECT_EQ(show(), 0);
+    EXPECT_EQ(out_.str(), "[]\n");
 }
 
 TEST_F(ShowTraceTest, AFullOutputFails) {

@@ -11,6 +11,9 @@ namespace Vela {
 class AgentCommandCallback : public Entity {
   public:
     virtual const char* commandName() const = 0;
+    /// Why there can be no answer to this line, as for arguments that make no sense; nothing if
+    /// there can. Asked in the agent's process, so it must be quick.
+    virtual std::string refusal(const std::string& /*command*/) const { return {}; }
     /// Writes the command's output to `fd`, which stays the caller's. `command` is the line as it
     /// was typed.
     virtual void handleCommand(int fd, const std::string& command) = 0;

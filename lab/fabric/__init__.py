@@ -1,0 +1,1 @@
+"""A fabric of two leaf switches in network namespaces: the demo, tests and benchmarks build it."""
