@@ -91,14 +91,16 @@ class RemoteHosts {
     };
     Turns turnUntilIdle() {
         Turns turns;
+        bool complete = status_->initialPopulationComplete();
         double before = processorSeconds();
         while (scheduler_->turn(MonotonicTime(0))) {
             double after = processorSeconds();
             turns.total += after - before;
             turns.longest = std::max(turns.longest, after - before);
             before = after;
-            if (!status_->initialPopulationComplete()) {
+            if (!complete) {
                 turns.untilComplete = turns.total;
+                complete = status_->initialPopulationComplete();
             }
         }
         return turns;
