@@ -21,6 +21,8 @@ constexpr int64_t mostLabel = 0xfffff;
 constexpr size_t mostRuntimeDirectoryBytes = 90;
 constexpr size_t mostPathBytes = 1024;
 constexpr size_t mostDeviceBytes = 15;
+constexpr int64_t leastReceiveBuffer = 4096;
+constexpr int64_t mostReceiveBuffer = 1 << 30;
 constexpr size_t mostVrfNameBytes = L3::VrfName::maxLength();
 
 /// The file's value where there is one, else the target keeps its own.
@@ -46,6 +48,7 @@ class ConfigurationReader {
         root.table("l2vpn", [&](Section& s) {
             take(file_.l2vpn.selectiveArpInstall, s.boolean("selective_arp_install"));
         });
+        root.table("linux", [&](Section& s) { readLinux(s); });
         readVrfs(root);
         readInterfaces(root);
         readRemoteBindings(root);
@@ -142,6 +145,46 @@ class ConfigurationReader {
         }
     }
 
+    void readLinux(Section& section) {
+        LinuxConfiguration& onLinux = file_.onLinux.emplace();
+        take(onLinux.receiveBuffer,
+             section.number("receive_buffer", leastReceiveBuffer, mostReceiveBuffer));
+        FirstPlaces<Bridging::VlanId> vlans(mistakes_);
+        FirstPlaces<std::string> bridges(mistakes_);
+        section.tables("vlan", [&](Section& s) {
+            auto vlan = s.vlan("vlan", Need::required);
+            auto bridge = s.fileName("bridge", mostDeviceBytes, Need::required);
+            if (vlan) {
+                vlans.add(*vlan, s.place(), "the bridge of VLAN " + vlan->toStrep());
+            }
+            if (bridge) {
+                bridges.add(*bridge, s.place("bridge"), "bridge " + quoted(*bridge));
+            }
+            if (vlan && bridge && isRoutedName(*bridge) && *bridge != "Vlan" + vlan->toStrep()) {
+                mistakes_.add(s.place("bridge"), quoted(*bridge) + " is named as another VLAN",
+                              "a bridge that is that of no other VLAN");
+            }
+            if (vlan && bridge) {
+                onLinux.vlans.push_back({*vlan, *bridge});
+            }
+        });
+    }
+
+    /// Vlan and a number.
+    static bool isRoutedName(std::string_view name) {
+        constexpr std::string_view start = "Vlan";
+        return name.starts_with(start) && name.size() > start.size() &&
+               name.find_first_not_of("0123456789", start.size()) == name.npos;
+    }
+
+    /// What is said where the kernel says it, too.
+    void rejectBesideLinux(FilePlace place, const std::string& what) {
+        if (file_.onLinux) {
+            mistakes_.add(place, what + " stands beside [linux], where the kernel has it",
+                          "it to be left out");
+        }
+    }
+
     void readVrfs(Section& root) {
         file_.vrfs.clear();
         FirstPlaces<std::string> names(mistakes_);
@@ -231,6 +274,11 @@ class ConfigurationReader {
         take(entry.ifindex, section.number("ifindex", 1, 0x7fffffff));
         take(entry.running, section.boolean("running"));
         entry.subInterface = readSubInterface(section);
+        for (const char* key : {"ipv4", "ipv6", "ifindex", "running"}) {
+            if (section.has(key)) {
+                rejectBesideLinux(section.place(key), quoted(key));
+            }
+        }
         if (!name) {
             return;
         }
@@ -245,6 +293,11 @@ class ConfigurationReader {
                               " cannot lend its name to a kernel device, which has at most 15 "
                               "bytes and no \"/\"",
                           "a key \"device\" beside it");
+        }
+        if (file_.onLinux && isRoutedName(*name) && entry.device != *name) {
+            mistakes_.add(section.place("device"),
+                          quoted(entry.device) + " is the device of a routed interface",
+                          "a device named as the interface");
         }
         const VrfConfiguration* vrf = findVrf(entry.vrfName());
         const std::string& networkNamespace = vrf->networkNamespace;
@@ -329,6 +382,7 @@ class ConfigurationReader {
     void readFdb(Section& root) {
         FirstPlaces<std::pair<Bridging::VlanId, Zinc::EthAddr>> places(mistakes_);
         root.tables("fdb", [&](Section& s) {
+            rejectBesideLinux(s.place(), "[[fdb]]");
             FdbConfiguration entry;
             auto vlan = s.vlan("vlan", Need::required);
             auto mac = s.mac("mac", Need::required);
@@ -359,6 +413,7 @@ class ConfigurationReader {
         }
         FirstPlaces<std::tuple<std::string, std::string, Zinc::IpGenAddr>> places(mistakes_);
         root.tables("neighbor", [&](Section& s) {
+            rejectBesideLinux(s.place(), "[[neighbor]]");
             NeighborConfiguration entry;
             auto interface = s.interfaceName("interface", Need::required);
             auto ip = s.ip("ip", Need::required);

@@ -161,6 +161,21 @@ struct NeighborConfiguration {
     bool operator==(const NeighborConfiguration&) const = default;
 };
 
+struct LinuxVlanConfiguration {
+    Bridging::VlanId vlan;
+    std::string bridge; // in the kernel
+
+    bool operator==(const LinuxVlanConfiguration&) const = default;
+};
+
+/// Where the kernel is the switch.
+struct LinuxConfiguration {
+    uint32_t receiveBuffer = 8 << 20; // bytes
+    std::vector<LinuxVlanConfiguration> vlans;
+
+    bool operator==(const LinuxConfiguration&) const = default;
+};
+
 struct Configuration {
     std::string runtimeDirectory = "/run/arpsup";
     std::string logDirectory = "/var/log/arpsup";
@@ -173,6 +188,7 @@ struct Configuration {
     EvpnConfiguration evpn;
     FhrpConfiguration fhrp;
     L2VpnConfiguration l2vpn;
+    std::optional<LinuxConfiguration> onLinux;
     std::vector<VrfConfiguration> vrfs{VrfConfiguration()}; // "default" is always among them
     std::vector<InterfaceConfiguration> interfaces;
     std::vector<RemoteBindingConfiguration> remoteBindings;

@@ -120,8 +120,9 @@ std::optional<std::string> ConfigurationSection::path(std::string_view key, size
     return value;
 }
 
-std::optional<std::string> ConfigurationSection::fileName(std::string_view key, size_t most) {
-    std::optional<std::string> value = text(key, 1, most);
+std::optional<std::string> ConfigurationSection::fileName(std::string_view key, size_t most,
+                                                          Need need) {
+    std::optional<std::string> value = text(key, 1, most, need);
     if (value && !isFileName(*value)) {
         wrongValue(key, place(key), quoted(*value), "a name without \"/\"");
         return std::nullopt;

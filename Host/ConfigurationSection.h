@@ -43,7 +43,8 @@ class ConfigurationSection {
     /// The path of a file or directory from the root.
     std::optional<std::string> path(std::string_view key, size_t most);
     /// A name for which isFileName holds.
-    std::optional<std::string> fileName(std::string_view key, size_t most);
+    std::optional<std::string> fileName(std::string_view key, size_t most,
+                                        Need need = Need::optional);
     std::optional<std::string> interfaceName(std::string_view key, Need need = Need::optional);
     std::optional<Bridging::VlanId> vlan(std::string_view key, Need need = Need::optional);
     /// That of one station: neither zero nor a group's.

@@ -1,5 +1,6 @@
 #include "Host/Daemon.h"
 
+#include "Host/KernelSettings.h"
 #include "Host/StartError.h"
 #include "Platform/Agent/AgentFactory.h"
 #include "Platform/Agent/Toggle.h"
@@ -54,6 +55,7 @@ std::string changedForRestart(const Configuration& a, const Configuration& b) {
         {"toggle_directory", a.toggleDirectory != b.toggleDirectory},
         {"agent_library", a.agentLibrary != b.agentLibrary},
         {"physical_hardware", a.physicalHardware != b.physicalHardware},
+        {"[linux]", a.onLinux.has_value() != b.onLinux.has_value()},
         {"[control]", a.control != b.control}};
     std::string names;
     for (const auto& [name, changed] : keys) {
@@ -123,6 +125,7 @@ Vela::Ptr<Vela::TaskScheduler> Daemon::makeScheduler() {
 Daemon::~Daemon() {
     controlSocket_.reset();
     agent_.reset(); // it withdraws what it has published, for which it needs everything else
+    kernelSwitch_.reset();
     staticEntries_.reset();
     state_.reset();
     entityManager_.reset();
@@ -136,9 +139,25 @@ void Daemon::run() {
     say("stopping");
 }
 
-void Daemon::publish(const Configuration& configuration) {
+/// Whether the kernel is the switch stays as it was at the start.
+void Daemon::publish(Configuration configuration) {
+    if (!configuration_.onLinux) {
+        configuration.onLinux.reset();
+    } else if (!configuration.onLinux) {
+        configuration.onLinux = configuration_.onLinux;
+    }
     staticEntries_->apply(configuration);
-    state_->tablesCompleteIs();
+    if (!configuration.onLinux) {
+        state_->tablesCompleteIs();
+        return;
+    }
+    // From here on the tables' completeness is its business.
+    auto settings = kernelSettings(configuration, staticEntries_->vrfIds());
+    if (kernelSwitch_) {
+        kernelSwitch_->configurationIs(std::move(settings));
+    } else {
+        kernelSwitch_ = Vela::make<Linux::KernelSwitch>(scheduler_, *state_, std::move(settings));
+    }
 }
 
 void Daemon::reload() {
@@ -164,6 +183,7 @@ void Daemon::dump(Vela::DumpContext& context) const {
     context.print(2, "ringBufferFile=%s\n", ringBufferFile_.c_str());
     context.child(0, "scheduler", scheduler_.get());
     context.child(0, "controlSocket", controlSocket_.ptr().get());
+    context.child(0, "kernelSwitch", kernelSwitch_.ptr().get());
     context.child(0, "tableService", tableService_.ptr().get());
     context.child(0, "entityManager", entityManager_.ptr().get());
     const auto& entities = entityManager_->entityCollection();

@@ -6,6 +6,7 @@
 #include "Host/RuntimeDirectory.h"
 #include "Host/SignalDescriptor.h"
 #include "Host/StaticEntries.h"
+#include "Linux/KernelSwitch.h"
 #include "Platform/Agent/Agent.h"
 #include "Platform/Agent/SwitchState.h"
 #include "Platform/Scheduler/ActivityLoop.h"
@@ -36,7 +37,7 @@ class Daemon {
 
   private:
     Vela::Ptr<Vela::TaskScheduler> makeScheduler();
-    void publish(const Configuration& configuration);
+    void publish(Configuration configuration);
     void reload();
     void dump(Vela::DumpContext& context) const;
 
@@ -54,6 +55,7 @@ class Daemon {
     Vela::Owned<Vela::EntityManager> entityManager_;
     std::optional<Vela::SwitchState> state_;
     std::optional<StaticEntries> staticEntries_;
+    Vela::Owned<Linux::KernelSwitch> kernelSwitch_; // where the kernel is the switch
     Vela::Owned<Vela::Agent> agent_;
     std::string ringBufferFile_;
     std::optional<OperatorCommands> commands_;

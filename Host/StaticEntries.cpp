@@ -27,8 +27,8 @@ void withdrawGone(const Before& before, const After& after, Withdraw withdraw) {
     }
 }
 
-std::map<std::string, Vrf::VrfId> vrfIds(const Configuration& configuration,
-                                         const std::map<std::string, Vrf::VrfId>& before) {
+std::map<std::string, Vrf::VrfId> assignVrfIds(const Configuration& configuration,
+                                               const std::map<std::string, Vrf::VrfId>& before) {
     std::map<std::string, Vrf::VrfId> ids;
     std::set<Vrf::VrfId> taken;
     auto give = [&](const VrfConfiguration& vrf, Vrf::VrfId id) {
@@ -302,13 +302,20 @@ void StaticEntries::apply(const Configuration& configuration) {
     checkNames(configuration);
     mountNamespaces(configuration);
 
-    VrfIds nextIds = vrfIds(configuration, vrfIds_);
-    applyVrfs(configuration, nextIds);
-    applyInterfaces(configuration);
+    VrfIds nextIds = assignVrfIds(configuration, vrfIds_);
+    applyVrfIds(nextIds);
+    withdrawSubInterfaces(configuration);
+    if (!configuration.onLinux) {
+        applyVrfs(configuration);
+        applyInterfaces(configuration);
+    }
+    applySubInterfaces(configuration);
     applyBridging(configuration);
     applyTables(configuration, nextIds);
     applyEvpn(configuration);
-    unmountNamespaces(configuration);
+    if (!configuration.onLinux) {
+        unmountNamespaces(configuration);
+    }
     applied_ = configuration;
     vrfIds_ = std::move(nextIds);
 }
@@ -340,7 +347,19 @@ void StaticEntries::unmountNamespaces(const Configuration& next) {
     }
 }
 
-void StaticEntries::applyVrfs(const Configuration& next, const VrfIds& nextIds) {
+void StaticEntries::applyVrfIds(const VrfIds& nextIds) {
+    for (const auto& [name, id] : vrfIds_) {
+        auto kept = nextIds.find(name);
+        if (kept == nextIds.end() || kept->second != id) {
+            state_.vrfIdMap->vrfDel(id);
+        }
+    }
+    for (const auto& [name, id] : nextIds) {
+        state_.vrfIdMap->vrfIs(id, name);
+    }
+}
+
+void StaticEntries::applyVrfs(const Configuration& next) {
     auto byName = [](const VrfConfiguration& vrf) { return vrf.name.bytes(); };
     auto before = byKey(applied_.vrfs, byName);
     auto after = byKey(next.vrfs, byName);
@@ -350,15 +369,6 @@ void StaticEntries::applyVrfs(const Configuration& next, const VrfIds& nextIds) 
         if (kept == after.end() || kept->second->networkNamespace != vrf->networkNamespace) {
             state_.allVrfStatusLocal->vrfDel(name);
         }
-    }
-    for (const auto& [name, id] : vrfIds_) {
-        auto kept = nextIds.find(name);
-        if (kept == nextIds.end() || kept->second != id) {
-            state_.vrfIdMap->vrfDel(id);
-        }
-    }
-    for (const auto& [name, id] : nextIds) {
-        state_.vrfIdMap->vrfIs(id, name);
     }
     for (const auto& [name, vrf] : after) {
         auto status = state_.allVrfStatusLocal->vrfIs(name);
@@ -378,6 +388,26 @@ void StaticEntries::applyInterfaces(const Configuration& next) {
         setIpv4(state_, interface);
         setIpv6(state_, interface);
     }
+}
+
+void StaticEntries::withdrawInterfaces(const Configuration& next) {
+    withdrawGone(interfacesByName(applied_), interfacesByName(next), [&](const std::string& name) {
+        state_.ipStatus->ipIntfStatusDel(IntfId(name));
+        state_.ip6Status->intfDel(IntfId(name));
+        state_.allIntfStatusDir->intfStatusDel(IntfId(name));
+        state_.allIntfStatusLocalDir->intfStatusLocalDel(IntfId(name));
+    });
+}
+
+void StaticEntries::withdrawSubInterfaces(const Configuration& next) {
+    withdrawGone(subInterfaces(applied_), subInterfaces(next), [&](const SubInterfaceKey& key) {
+        if (auto parent = state_.intfEncapServiceIntf->parent(IntfId(key.first))) {
+            parent->subIntfDel(IntfId(key.second));
+        }
+    });
+}
+
+void StaticEntries::applySubInterfaces(const Configuration& next) {
     for (const auto& [key, encap] : subInterfaces(next)) {
         state_.intfEncapServiceIntf->parentIs(IntfId(key.first))
             ->subIntfIs(IntfId(key.second), encap);
@@ -388,20 +418,6 @@ void StaticEntries::applyInterfaces(const Configuration& next) {
             state_.intfEncapServiceIntf->parentDel(IntfId(key.first));
         }
     }
-}
-
-void StaticEntries::withdrawInterfaces(const Configuration& next) {
-    withdrawGone(subInterfaces(applied_), subInterfaces(next), [&](const SubInterfaceKey& key) {
-        if (auto parent = state_.intfEncapServiceIntf->parent(IntfId(key.first))) {
-            parent->subIntfDel(IntfId(key.second));
-        }
-    });
-    withdrawGone(interfacesByName(applied_), interfacesByName(next), [&](const std::string& name) {
-        state_.ipStatus->ipIntfStatusDel(IntfId(name));
-        state_.ip6Status->intfDel(IntfId(name));
-        state_.allIntfStatusDir->intfStatusDel(IntfId(name));
-        state_.allIntfStatusLocalDir->intfStatusLocalDel(IntfId(name));
-    });
 }
 
 void StaticEntries::applyKernelInterfaces(const Configuration& next) {
@@ -416,10 +432,11 @@ void StaticEntries::applyKernelInterfaces(const Configuration& next) {
 
 void StaticEntries::applyBridging(const Configuration& next) {
     // Not configured, they may be another's.
-    if (next.bridging.mac != applied_.bridging.mac) {
+    bool ours = !next.onLinux;
+    if (ours && next.bridging.mac != applied_.bridging.mac) {
         state_.bridgingConfig->bridgeMacAddrIs(next.bridging.mac.value_or(Zinc::EthAddr()));
     }
-    if (next.fhrp.varpMac != applied_.fhrp.varpMac) {
+    if (ours && next.fhrp.varpMac != applied_.fhrp.varpMac) {
         state_.fhrpVrMacStatus->varpVirtualMacIs(next.fhrp.varpMac.value_or(Zinc::EthAddr()));
     }
     state_.l2VpnConfig->selectiveArpInstallIs(next.l2vpn.selectiveArpInstall);
@@ -440,7 +457,9 @@ void StaticEntries::applyEvpn(const Configuration& next) {
     auto byVlan = [](const auto& entry) { return entry.vlan; };
     auto vlans = byKey(next.evpn.vlans, byVlan);
     withdrawGone(byKey(applied_.evpn.vlans, byVlan), vlans, [&](VlanId vlanId) {
-        evpn.vlanToDot1qDel(vlanId);
+        if (!next.onLinux) {
+            evpn.vlanToDot1qDel(vlanId);
+        }
         evpn.imetLabelDel(vlanId);
     });
     for (const auto& [vlanId, vlan] : vlans) {
@@ -451,7 +470,9 @@ void StaticEntries::applyEvpn(const Configuration& next) {
         } else {
             evpn.imetLabelDel(vlanId);
         }
-        evpn.vlanToDot1qIs(vlanId, vlan->dot1q);
+        if (!next.onLinux) {
+            evpn.vlanToDot1qIs(vlanId, vlan->dot1q);
+        }
     }
 
     auto byInterface = [](const EvpnSegmentConfiguration& segment) { return segment.interface; };

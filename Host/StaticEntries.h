@@ -9,7 +9,9 @@
 namespace Host {
 
 /// Publishes what the configuration says of the switch: for data planes without a provider, for
-/// tests and for trying things out. What others have published under other keys stays.
+/// tests and for trying things out. What others have published under other keys stays. Where the
+/// kernel is the switch, only what it does not know: not VRFs, interfaces and their addresses, FDB,
+/// neighbours, the VLANs that EVPN serves, nor MAC addresses of the switch.
 class StaticEntries {
   public:
     /// The state must outlive this object.
@@ -23,18 +25,25 @@ class StaticEntries {
     /// free, and keeps it as long as no other VRF asks for it. Where entries of [[fdb]] meet
     /// because their VLANs share a FID, the first one counts.
     ///
+    /// Whether the kernel is the switch is the same in all that are applied.
+    ///
     /// Throws RangeError or Quarry::TableError if there is no room for the names of its interfaces
     /// or a namespace's table cannot be made; then nothing has changed.
     void apply(const Configuration& configuration);
 
-  private:
     using VrfIds = std::map<std::string, Vrf::VrfId>; // by name
+    /// Of the VRFs applied.
+    const VrfIds& vrfIds() const { return vrfIds_; }
 
+  private:
     void mountNamespaces(const Configuration& next);
     void unmountNamespaces(const Configuration& next);
-    void applyVrfs(const Configuration& next, const VrfIds& nextIds);
+    void applyVrfIds(const VrfIds& nextIds);
+    void applyVrfs(const Configuration& next);
     void applyInterfaces(const Configuration& next);
     void withdrawInterfaces(const Configuration& next);
+    void withdrawSubInterfaces(const Configuration& next);
+    void applySubInterfaces(const Configuration& next);
     void applyKernelInterfaces(const Configuration& next);
     void applyBridging(const Configuration& next);
     void applyEvpn(const Configuration& next);
@@ -42,7 +51,7 @@ class StaticEntries {
 
     Vela::SwitchState& state_;
     Configuration applied_;
-    VrfIds vrfIds_; // of the VRFs applied
+    VrfIds vrfIds_;
 };
 
 } // namespace Host

@@ -38,16 +38,17 @@ std::set<std::string> namesOf(const LinuxConfiguration& configuration) {
 KernelSwitch::KernelSwitch(Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::SwitchState& state,
                            LinuxConfiguration configuration)
     : scheduler_(std::move(scheduler)), state_(state), ownNetNsFd_(openOwnNetNs()),
-      topology_(Vela::make<Topology>()) {
+      topology_(Vela::make<Topology>()), configuredBindings_(Vela::make<ConfiguredBindings>()) {
     mountTables(configuration);
-    localMultihomedSm_ =
-        Vela::make<LocalMultihomedSm>(scheduler_, topology_, state_.bridgingConfig,
-                                      state_.bridgingStatus, state_.remoteBindingConfig);
+    configuredBindings_->keysAre(configuration.remoteBindings);
+    localMultihomedSm_ = Vela::make<LocalMultihomedSm>(
+        scheduler_, topology_, state_.bridgingConfig, state_.bridgingStatus,
+        state_.remoteBindingConfig, configuredBindings_);
     fdb_ = Vela::make<FdbProvider>(scheduler_, topology_, state_.bridgingConfig,
                                    state_.bridgingStatus, localMultihomedSm_.ptr(),
                                    [this] { requestResync(ownNetNs, NetlinkKind::fdb); });
     neighbors_ = Vela::make<NeighborProvider>(
-        scheduler_, topology_, state_.arpStatus, state_.remoteBindingConfig,
+        scheduler_, topology_, state_.arpStatus, state_.remoteBindingConfig, configuredBindings_,
         localMultihomedSm_.ptr(),
         [this](const std::string& netNs) { requestResync(netNs, NetlinkKind::neighbors); });
     devices_ = Vela::make<DevicePublisher>(
@@ -89,6 +90,7 @@ void KernelSwitch::handleDestroy() noexcept {
     neighbors_.reset();
     fdb_.reset();
     localMultihomedSm_.reset();
+    configuredBindings_->destroy();
     topology_->destroy();
 }
 
@@ -106,6 +108,7 @@ void KernelSwitch::dumpState(Vela::DumpContext& context, int indent) const {
 
 void KernelSwitch::configurationIs(LinuxConfiguration configuration) {
     mountTables(configuration);
+    configuredBindings_->keysAre(configuration.remoteBindings);
     std::set<std::string> before = namesOf(devices_->configuration());
     std::set<std::string> after = namesOf(configuration);
     bool bufferChanged = configuration.receiveBuffer != devices_->configuration().receiveBuffer;

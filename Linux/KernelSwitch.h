@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Linux/ConfiguredBindings.h"
 #include "Linux/DevicePublisher.h"
 #include "Linux/FdbProvider.h"
 #include "Linux/LocalMultihomedSm.h"
@@ -76,6 +77,7 @@ class KernelSwitch final : public Vela::Entity {
     Vela::SwitchState& state_;
     const Vela::UniqueFd ownNetNsFd_;
     const Vela::Ptr<Topology> topology_;
+    const Vela::Ptr<ConfiguredBindings> configuredBindings_;
     Vela::Owned<LocalMultihomedSm> localMultihomedSm_;
     Vela::Owned<FdbProvider> fdb_;
     Vela::Owned<NeighborProvider> neighbors_;

@@ -2,6 +2,7 @@
 
 #include "Platform/Model/Ip/VrfStatus.h"
 #include "Platform/Value/EthAddr.h"
+#include "Platform/Value/RemoteBindingKey.h"
 #include "Platform/Value/VlanId.h"
 #include "Platform/Value/VrfId.h"
 #include "Platform/Value/VrfName.h"
@@ -42,6 +43,8 @@ struct LinuxConfiguration {
     std::map<Bridging::VlanId, L3::VrfName> vlanVrfs;
     /// Devices of interfaces that have other names, or are in another namespace than this one.
     std::map<Device, std::string> interfaces;
+    /// Bindings that are written by who reads the file: whatever the kernel says, they stay so.
+    std::set<ArpSuppression::RemoteBindingKey> remoteBindings;
     std::set<std::string> segments;                           ///< interfaces on an Ethernet segment
     std::map<Bridging::VlanId, Bridging::VlanIdOrNone> dot1q; ///< by which EVPN knows VLANs
     std::optional<Zinc::EthAddr> bridgeMac; ///< else that of the first VLAN's routed interface

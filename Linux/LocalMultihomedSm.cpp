@@ -22,10 +22,12 @@ LocalMultihomedSm::LocalMultihomedSm(
     Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Ptr<const Topology> topology,
     Vela::Ptr<const Bridging::Config> bridgingConfig,
     Vela::Ptr<const Quarry::Bridging::Status> bridgingStatus,
-    Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig)
+    Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig,
+    Vela::Ptr<const ConfiguredBindings> configuredBindings)
     : WalkSmBase(std::move(scheduler), 3, "LocalMultihomedSm"), topology_(std::move(topology)),
       bridgingConfig_(std::move(bridgingConfig)), bridgingStatus_(std::move(bridgingStatus)),
-      remoteBindingConfig_(std::move(remoteBindingConfig)) {
+      remoteBindingConfig_(std::move(remoteBindingConfig)),
+      configuredBindings_(std::move(configuredBindings)) {
     portReaction_ = topology_->bridgePortCollection().react(this, [this](uint32_t) {
         segmentPortStale_ = true; // many ports change together: look at them once
         scheduleWalk();
@@ -103,7 +105,8 @@ Vela::WalkRet LocalMultihomedSm::walk() {
 
 void LocalMultihomedSm::look(const ArpSuppression::RemoteBinding& binding) {
     Bridging::HostKey host{bridgingConfig_->fid(binding.key.vlanId()), binding.macAddress};
-    if (!walking_.all && !walking_.some.contains(number(host))) {
+    if ((!walking_.all && !walking_.some.contains(number(host))) ||
+        configuredBindings_->keyHas(binding.key)) {
         return;
     }
     bool multihomed = localMultihomed(binding.key.vlanId(), binding.macAddress);

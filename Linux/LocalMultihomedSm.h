@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Linux/ConfiguredBindings.h"
 #include "Linux/Topology.h"
 #include "Platform/Model/ArpSuppression/RemoteBindingConfig.h"
 #include "Platform/Model/Bridging/Config.h"
@@ -12,8 +13,8 @@
 
 namespace Linux {
 
-/// Keeps the local-multihomed flags of the remote bindings true: a host is locally multihomed while
-/// its MAC table entry is on a local port that lies on an Ethernet segment.
+/// Keeps the local-multihomed flags of the kernel's remote bindings true: a host is locally
+/// multihomed while its MAC table entry is on a local port that lies on an Ethernet segment.
 ///
 /// Who writes the MAC table says which hosts came onto such a port or left one; a walk over the
 /// bindings then finds theirs. There is no index from hosts to bindings: such moves are rare and
@@ -26,7 +27,8 @@ class LocalMultihomedSm final : public Vela::WalkSmBase {
     LocalMultihomedSm(Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Ptr<const Topology> topology,
                       Vela::Ptr<const Bridging::Config> bridgingConfig,
                       Vela::Ptr<const Quarry::Bridging::Status> bridgingStatus,
-                      Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig);
+                      Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig,
+                      Vela::Ptr<const ConfiguredBindings> configuredBindings);
 
     const char* typeName() const noexcept override { return "Linux::LocalMultihomedSm"; }
     void dumpState(Vela::DumpContext& context, int indent) const override;
@@ -59,6 +61,7 @@ class LocalMultihomedSm final : public Vela::WalkSmBase {
     const Vela::Ptr<const Bridging::Config> bridgingConfig_;
     const Vela::Ptr<const Quarry::Bridging::Status> bridgingStatus_;
     const Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig_;
+    const Vela::Ptr<const ConfiguredBindings> configuredBindings_;
 
     std::set<Zinc::IntfId> segmentPort_;
     bool segmentPortStale_ = true;

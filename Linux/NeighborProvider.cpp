@@ -166,10 +166,12 @@ NeighborProvider::NeighborProvider(
     Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Ptr<const Topology> topology,
     Vela::Ptr<Arp::Table::Status> arpStatus,
     Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig,
+    Vela::Ptr<const ConfiguredBindings> configuredBindings,
     Vela::Ptr<LocalMultihomedSm> localMultihomedSm,
     std::function<void(const std::string&)> requestResync)
     : WalkSmBase(std::move(scheduler), 3, "NeighborProvider"), topology_(std::move(topology)),
-      tables_(std::move(arpStatus), std::move(remoteBindingConfig), std::move(localMultihomedSm)),
+      tables_(std::move(arpStatus), std::move(remoteBindingConfig), std::move(configuredBindings),
+              std::move(localMultihomedSm)),
       requestResync_(std::move(requestResync)) {
     deviceReaction_ =
         topology_->routedDeviceCollection().react(this, [this](const DeviceKey& device) {
@@ -177,6 +179,15 @@ NeighborProvider::NeighborProvider(
             scheduleWalk();
             if (netNs_.contains(device.netNs) && topology_->routedDevice(device).intfId) {
                 requestResync_(device.netNs);
+            }
+        });
+    configuredReaction_ = tables_.configuredBindings->keyCollection().react(
+        this, [this](const ArpSuppression::RemoteBindingKey& key) {
+            // The kernel may have something to say of it, too.
+            const Owner* owner = ownerOf(key.vlanId());
+            if (owner && netNs_.contains(owner->netNs) &&
+                !tables_.configuredBindings->keyHas(key)) {
+                requestResync_(owner->netNs);
             }
         });
 }
@@ -369,7 +380,8 @@ uint32_t NeighborProvider::walkRemoteBindings() {
     uint32_t count =
         walkCollection(tables_.remoteBindingConfig->remoteBindingCollection(), bindingBookmark_,
                        [this](const ArpSuppression::RemoteBindingKey& key, const auto&) {
-                           if (isGone(ownerOf(key.vlanId()), key.ipAddress())) {
+                           if (!tables_.configuredBindings->keyHas(key) &&
+                               isGone(ownerOf(key.vlanId()), key.ipAddress())) {
                                tables_.remoteBindingConfig->remoteBindingDel(key);
                                ++swept_;
                            }

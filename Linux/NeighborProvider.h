@@ -20,9 +20,10 @@
 namespace Linux {
 
 /// Fills the ARP and neighbour tables and the remote bindings from the kernel's neighbours, those
-/// of the VLANs' routed interfaces in all namespaces. The tables are this object's alone. It keeps
-/// no second copy: after a change of routed devices it has the kernel asked again, and what stands
-/// in the tables for an interface that is none any more goes.
+/// of the VLANs' routed interfaces in all namespaces. The tables are this object's alone, but for
+/// the bindings of the configuration file. It keeps no second copy: after a change of routed
+/// devices it has the kernel asked again, and what stands in the tables for an interface that is
+/// none any more goes.
 ///
 /// One address may be known on a routed interface and on macvlans of it. It stays in the tables as
 /// long as any of them knows it, as the routed interface has it, or else the macvlan that knew it
@@ -34,6 +35,7 @@ class NeighborProvider final : public Vela::WalkSmBase {
     NeighborProvider(Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Ptr<const Topology> topology,
                      Vela::Ptr<Arp::Table::Status> arpStatus,
                      Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBindingConfig,
+                     Vela::Ptr<const ConfiguredBindings> configuredBindings,
                      Vela::Ptr<LocalMultihomedSm> localMultihomedSm,
                      std::function<void(const std::string&)> requestResync);
     ~NeighborProvider() override;
@@ -114,6 +116,7 @@ class NeighborProvider final : public Vela::WalkSmBase {
     std::optional<DeviceAddress> markBookmark_;
     uint64_t swept_ = 0;
     Vela::Reaction deviceReaction_;
+    Vela::Reaction configuredReaction_;
 };
 
 } // namespace Linux

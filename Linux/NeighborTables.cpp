@@ -8,9 +8,10 @@ using Kind = Neighbor::Kind;
 
 NeighborTables::NeighborTables(Vela::Ptr<Arp::Table::Status> arp,
                                Vela::Ptr<ArpSuppression::RemoteBindingConfig> remoteBinding,
+                               Vela::Ptr<const ConfiguredBindings> configured,
                                Vela::Ptr<LocalMultihomedSm> localMultihomedSm)
     : arpStatus(std::move(arp)), remoteBindingConfig(std::move(remoteBinding)),
-      localMultihomedSm_(std::move(localMultihomedSm)) {}
+      configuredBindings(std::move(configured)), localMultihomedSm_(std::move(localMultihomedSm)) {}
 
 void NeighborTables::neighborIs(const RoutedDevice& device, const Zinc::IpGenAddr& address,
                                 const Neighbor& neighbor) {
@@ -19,12 +20,13 @@ void NeighborTables::neighborIs(const RoutedDevice& device, const Zinc::IpGenAdd
     if (neighbor.kind != Kind::local) {
         arpStatus->entryDel(arpKey);
     }
-    if (neighbor.kind != Kind::remote) {
+    bool configured = configuredBindings->keyHas(bindingKey);
+    if (neighbor.kind != Kind::remote && !configured) {
         remoteBindingConfig->remoteBindingDel(bindingKey);
     }
     if (neighbor.kind == Kind::local) {
         arpStatus->entryIs({arpKey, neighbor.macAddress, neighbor.isStatic, neighbor.source});
-    } else if (neighbor.kind == Kind::remote) {
+    } else if (neighbor.kind == Kind::remote && !configured) {
         bool multihomed = localMultihomedSm_->localMultihomed(device.vlanId, neighbor.macAddress);
         remoteBindingConfig->remoteBindingIs({bindingKey, neighbor.macAddress, 0, multihomed});
     }
@@ -38,8 +40,9 @@ Neighbor NeighborTables::neighbor(const RoutedDevice& device,
     if (auto entry = entries.find(arpKey)) {
         return {Kind::local, entry->isStatic, entry->source, entry->macAddress};
     }
-    if (auto binding =
-            remoteBindingConfig->remoteBindingCollection().find({device.vlanId, address})) {
+    ArpSuppression::RemoteBindingKey bindingKey(device.vlanId, address);
+    auto binding = remoteBindingConfig->remoteBindingCollection().find(bindingKey);
+    if (binding && !configuredBindings->keyHas(bindingKey)) {
         return {Kind::remote, false, Arp::ArpSource::kernel, binding->macAddress};
     }
     return {};

@@ -326,7 +326,7 @@ TEST(ConfigurationErrors, DeepNestingIsRefusedBeforeItHurts) {
     EXPECT_EQ(errorOf("a = " + std::string(16, '[') + std::string(16, ']')),
               "f:1:1: unknown key \"a\"; expected one of runtime_directory, log_directory, "
               "toggle_directory, agent_library, physical_hardware, trace, control, bridging, evpn, "
-              "fhrp, l2vpn, vrf, interface, remote_binding, fdb, neighbor");
+              "fhrp, l2vpn, linux, vrf, interface, remote_binding, fdb, neighbor");
     EXPECT_EQ(errorOf("a = " + std::string(17, '[')), "f:1:21: " + tooDeep);
     std::string dotted = "a";
     for (int i = 0; i < 500'000; ++i) {
@@ -337,6 +337,48 @@ TEST(ConfigurationErrors, DeepNestingIsRefusedBeforeItHurts) {
     EXPECT_EQ(errorOf(std::string(1'000'000, '[')), "f:1:17: " + tooDeep);
     EXPECT_EQ(errorOf("trace = \"\" # " + dotted + std::string(100, '[')), "no error");
     EXPECT_EQ(errorOf("[control]\ngroup = \"\\\"[[[[[[[[[[[[[[[[[[\" # '"), "no error");
+}
+
+TEST(ConfigurationErrors, WhatTheKernelHasIsNotSaidBesideIt) {
+    EXPECT_EQ(errorOf("[[fdb]]\nvlan = 1\nmac = \"02:00:00:00:00:01\"\ninterface = \"e\"\n[linux]"),
+              "f:1:1: [[fdb]] stands beside [linux], where the kernel has it; expected it to be "
+              "left out");
+    EXPECT_EQ(errorOf("[linux]\n[[neighbor]]\nip = \"10.0.0.1\"\nmac = \"02:00:00:00:00:01\"\n"
+                      "interface = \"e\""),
+              "f:2:1: [[neighbor]] stands beside [linux], where the kernel has it; expected it to "
+              "be left out");
+    EXPECT_EQ(
+        errorOf("[linux]\n[[interface]]\nname = \"e\"\nipv4 = [\"10.0.0.1/24\"]\nifindex = 3"),
+        "f:4:8: \"ipv4\" stands beside [linux], where the kernel has it; expected it to be "
+        "left out\nf:5:11: \"ifindex\" stands beside [linux], where the kernel has it; "
+        "expected it to be left out");
+}
+
+TEST(ConfigurationErrors, RoutedInterfacesOfTheKernelHaveTheirNames) {
+    std::string interface = "[[interface]]\nname = \"Vlan10\"\ndevice = \"eth0\"\n";
+    EXPECT_EQ(errorOf(interface), "no error");
+    EXPECT_EQ(errorOf(interface + "[linux]"),
+              "f:3:10: \"eth0\" is the device of a routed interface; expected a device named as "
+              "the interface");
+}
+
+TEST(ConfigurationErrors, BridgesOfVlans) {
+    EXPECT_EQ(errorOf("[linux]\nreceive_buffer = 4095"),
+              "f:2:18: \"receive_buffer\" is 4095; expected an integer, 4096 to 1073741824");
+    EXPECT_EQ(
+        errorOf("[[linux.vlan]]\nvlan = 10"),
+        "f:1:1: [[linux.vlan]] has no key \"bridge\"; expected a text of 1 to 15 bytes without "
+        "control characters");
+    EXPECT_EQ(errorOf("[[linux.vlan]]\nvlan = 10\nbridge = \"Vlan20\""),
+              "f:3:10: \"Vlan20\" is named as another VLAN; expected a bridge that is that of no "
+              "other VLAN");
+    EXPECT_EQ(errorOf("[[linux.vlan]]\nvlan = 10\nbridge = \"b\"\n"
+                      "[[linux.vlan]]\nvlan = 20\nbridge = \"b\""),
+              "f:6:10: bridge \"b\" stands here a second time, first in line 3; expected it once");
+    EXPECT_EQ(errorOf("[[linux.vlan]]\nvlan = 10\nbridge = \"a\"\n"
+                      "[[linux.vlan]]\nvlan = 10\nbridge = \"b\""),
+              "f:4:1: the bridge of VLAN 10 stands here a second time, first in line 1; expected "
+              "it once");
 }
 
 TEST(ConfigurationErrors, AFileFullOfMistakesIsReadToItsEnd) {

@@ -734,6 +734,45 @@ TEST_F(StaticEntriesTest, OfVlansThatShareAFidTheFirstEntryCounts) {
               IntfId("A"));
 }
 
+TEST_F(StaticEntriesTest, WhatTheKernelHasIsLeftToOthers) {
+    Configuration next = parseConfiguration(everything, "f");
+    next.onLinux.emplace();
+    next.fdb.clear(); // no file has these beside it
+    next.neighbors.clear();
+    state().bridgingConfig->bridgeMacAddrIs(EthAddr("02:00:00:00:00:99"));
+    state().evpnStatus->vlanToDot1qIs(VlanId(10), {});
+    entries_.apply(next);
+    Configuration none;
+    none.onLinux.emplace();
+
+    EXPECT_EQ(state().allVrfStatusLocal->vrfCollection().count(), 0u);
+    EXPECT_EQ(state().allIntfStatusDir->intfStatusCollection().count(), 0u);
+    EXPECT_EQ(state().allIntfStatusLocalDir->intfStatusLocalCollection().count(), 0u);
+    EXPECT_EQ(state().ipStatus->ipIntfStatusCollection().count(), 0u);
+    EXPECT_EQ(state().ip6Status->intfCollection().count(), 0u);
+    EXPECT_EQ(state().bridgingStatus->quarryFdbStatusCollection().count(), 0u);
+    EXPECT_EQ(state().kernelNetInfoIs("default")->interfaceCollection().count(), 0u);
+    EXPECT_EQ(state().bridgingConfig->bridgeMacAddr(), EthAddr("02:00:00:00:00:99"));
+    EXPECT_TRUE(state().fhrpVrMacStatus->varpVirtualMac().isZero());
+    EXPECT_EQ(state().evpnStatus->vlanToDot1qCollection().count(), 1u);
+    // The rest is nobody else's.
+    EXPECT_EQ(state().evpnStatus->imetLabelCollection().count(), 2u);
+    EXPECT_EQ(state().evpnStatus->segmentStatusCollection().count(), 1u);
+    EXPECT_TRUE(state().evpnStatus->mplsConfigured());
+    EXPECT_EQ(state().bridgingConfig->fid(VlanId(20)), Fid(1020));
+    EXPECT_EQ(state().vrfIdMap->vrfCollection().count(), 3u);
+    EXPECT_EQ(entries_.vrfIds().at("blue"), Vrf::VrfId(7));
+    EXPECT_EQ(state().remoteBindingConfig->remoteBindingCollection().count(), 2u);
+    EXPECT_EQ(state().intfEncapServiceIntf->parentCollection().count(), 1u);
+
+    entries_.apply(none);
+    EXPECT_EQ(state().remoteBindingConfig->remoteBindingCollection().count(), 0u);
+    EXPECT_EQ(state().intfEncapServiceIntf->parentCollection().count(), 0u);
+    EXPECT_EQ(state().evpnStatus->imetLabelCollection().count(), 0u);
+    EXPECT_EQ(state().evpnStatus->vlanToDot1qCollection().count(), 1u);
+    EXPECT_EQ(state().bridgingConfig->bridgeMacAddr(), EthAddr("02:00:00:00:00:99"));
+}
+
 TEST_F(StaticEntriesTest, SuppressionStartsWhenAllElseIsInPlace) {
     Lines found;
     auto reaction = state().evpnStatus->mplsConfiguredAttribute().react(nullptr, [&] {

@@ -321,6 +321,44 @@ TEST_F(NeighborProviderTest, asksForADumpWhenADeviceComesOrChanges) {
     runUntilIdle();
 }
 
+TEST_F(NeighborProviderTest, aConfiguredBindingStaysAsItIs) {
+    ArpSuppression::RemoteBinding file{{VlanId(10), Zinc::IpGenAddr(ip)}, Zinc::EthAddr(a), 1, 1};
+    ArpSuppression::RemoteBinding elsewhere{
+        {VlanId(99), Zinc::IpGenAddr(ip)}, Zinc::EthAddr(a), 0, 0};
+    configured->keysAre({file.key, elsewhere.key});
+    state().remoteBindingConfig->remoteBindingIs(file);
+    state().remoteBindingConfig->remoteBindingIs(elsewhere); // of a VLAN that is not routed
+    auto expectFile = [&] {
+        runUntilIdle();
+        EXPECT_EQ(binding(10, ip), file);
+        EXPECT_EQ(binding(99, ip), elsewhere);
+    };
+    remoteIs(10, ip, b);
+    expectFile();
+    EXPECT_FALSE(arpEntry(routed10, ip));
+    neighborIs(11, ip, b);
+    expectFile();
+    EXPECT_TRUE(arpEntry(routed10, ip));
+    neighborDel(11, ip);
+    neighborDel(10, ip);
+    expectFile();
+    EXPECT_FALSE(arpEntry(routed10, ip));
+    inDefault().resyncStarted();
+    inDefault().resyncFinished();
+    expectFile();
+    fdbIs(2, b);
+    topology->bridgePortDel(2); // all flags are looked at
+    expectFile();
+    topology->routedDeviceDel({"default", 10});
+    expectFile();
+    EXPECT_TRUE(resyncs.empty());
+
+    // When the file says no more, the kernel is asked.
+    configured->keysAre({elsewhere.key});
+    EXPECT_EQ(resyncs, std::vector<std::string>{"default"}); // by its macvlan
+    runUntilIdle();
+}
+
 TEST_F(NeighborProviderTest, aVlanMovesToAnotherNamespace) {
     neighborIs(20, ip, a);
     remoteIs(20, ip6, b);

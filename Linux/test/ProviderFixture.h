@@ -40,14 +40,15 @@ class ProviderFixture : public Testing::SwitchFixture {
         topology->bridgePortIs(21, {VlanId(20), Zinc::IntfId("Ethernet20")});
         topology->bridgePortIs(
             23, {.vlanId = VlanId(20), .intfId = Zinc::IntfId("Vxlan20"), .tunnel = true});
-        localMultihomedSm =
-            Vela::make<LocalMultihomedSm>(scheduler(), topology, state().bridgingConfig,
-                                          state().bridgingStatus, state().remoteBindingConfig);
+        configured = Vela::make<ConfiguredBindings>();
+        localMultihomedSm = Vela::make<LocalMultihomedSm>(
+            scheduler(), topology, state().bridgingConfig, state().bridgingStatus,
+            state().remoteBindingConfig, configured);
         fdb = Vela::make<FdbProvider>(scheduler(), topology, state().bridgingConfig,
                                       state().bridgingStatus, localMultihomedSm,
                                       [this] { ++fdbResyncs; });
         neighbors = Vela::make<NeighborProvider>(
-            scheduler(), topology, state().arpStatus, state().remoteBindingConfig,
+            scheduler(), topology, state().arpStatus, state().remoteBindingConfig, configured,
             localMultihomedSm, [this](const std::string& netNs) { resyncs.push_back(netNs); });
         neighbors->consumerIs("default");
         neighbors->consumerIs("red");
@@ -120,6 +121,7 @@ class ProviderFixture : public Testing::SwitchFixture {
     static inline const RoutedDevice routed30{VlanId(30), Zinc::IntfId("Vlan30"), Vrf::VrfId(7)};
 
     Vela::Ptr<Topology> topology;
+    Vela::Ptr<ConfiguredBindings> configured;
     Vela::Ptr<LocalMultihomedSm> localMultihomedSm;
     Vela::Ptr<FdbProvider> fdb;
     Vela::Ptr<NeighborProvider> neighbors;

@@ -1,11 +1,6 @@
 // The tables that are filled from the kernel's FDB and neighbours, against the real kernel.
 
-#include "Linux/FdbProvider.h"
-#include "Linux/LocalMultihomedSm.h"
-#include "Linux/NeighborProvider.h"
-#include "Linux/Rtnetlink.h"
-#include "Linux/Topology.h"
-#include "Platform/State/DumpContext.h"
+#include "Linux/KernelSwitch.h"
 #include "Testing/ChildProcess.h"
 #include "Testing/NamedNetNs.h"
 #include "Testing/TemporaryDirectory.h"
@@ -16,7 +11,9 @@
 #include <chrono>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <net/if.h>
+#include <map>
+#include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <sys/wait.h>
@@ -27,7 +24,6 @@ namespace {
 
 using Bridging::EntryType;
 using Bridging::VlanId;
-using Linux::NetlinkKind;
 using Texts = std::set<std::string>;
 
 std::string outputOf(const std::string& program, const std::vector<std::string>& arguments) {
@@ -69,7 +65,8 @@ class Batch {
     std::unique_ptr<Testing::ChildProcess> child_;
 };
 
-/// VLAN 10: bridge Vlan10 with the ports et1, et2 (on an Ethernet segment) and the tunnel vx10.
+/// VLAN 10 with the bridge Vlan10, a macvlan on it, its ports et1, et2 (on an Ethernet segment) and
+/// the tunnel vx10. VRF 7 is that of namespace "red", and VLAN 30 has the bridge br30.
 class TablesTest : public LiveKernelFixture {
   protected:
     TablesTest() {
@@ -85,62 +82,27 @@ class TablesTest : public LiveKernelFixture {
             ports_.push_back(std::make_unique<Testing::VethPort>(name));
             ip("link set " + ports_.back()->name() + " master Vlan10");
         }
-        topology_ = Vela::make<Linux::Topology>();
-        portIs("vx10", {.vlanId = VlanId(10), .intfId = Zinc::IntfId("Vxlan10"), .tunnel = true});
-        portIs("et1", {VlanId(10), Zinc::IntfId("Ethernet1")});
-        portIs(
-            "et2",
-            {.vlanId = VlanId(10), .intfId = Zinc::IntfId("Ethernet2"), .ethernetSegment = true});
-        Linux::RoutedDevice routed{VlanId(10), Zinc::IntfId("Vlan10"), Vrf::VrfId(1)};
-        topology_->routedDeviceIs({"default", if_nametoindex("Vlan10")}, routed);
-        routed.macvlan = true;
-        topology_->routedDeviceIs({"default", if_nametoindex("mv10")}, routed);
+        configuration_.vrfs = {{"default", Vrf::VrfId(1), "default"},
+                               {"red", Vrf::VrfId(7), "red"}};
+        configuration_.bridges[VlanId(30)] = "br30";
+        configuration_.segments = {"et2"};
     }
     ~TablesTest() override {
-        sockets_.clear();
-        if (fdb_) {
-            fdb_->destroy();
-            neighbors_->destroy();
-            localMultihomedSm_->destroy();
+        if (switch_) {
+            switch_->destroy();
         }
         ports_.clear();
     }
 
-    void start(size_t receiveBuffer = 0) {
-        localMultihomedSm_ = Vela::make<Linux::LocalMultihomedSm>(
-            live().scheduler(), topology_, state().bridgingConfig, state().bridgingStatus,
-            state().remoteBindingConfig);
-        fdb_ = Vela::make<Linux::FdbProvider>(live().scheduler(), topology_, state().bridgingConfig,
-                                              state().bridgingStatus, localMultihomedSm_,
-                                              [this] { socket().requestResync(NetlinkKind::fdb); });
-        neighbors_ = Vela::make<Linux::NeighborProvider>(
-            live().scheduler(), topology_, state().arpStatus, state().remoteBindingConfig,
-            localMultihomedSm_, [this](const std::string& netNs) {
-                sockets_.at(netNs)->requestResync(NetlinkKind::neighbors);
-            });
-        socketIs("default", receiveBuffer);
-        socket().consumerIs(NetlinkKind::fdb, *fdb_);
+    void start() {
+        switch_ = Vela::make<Linux::KernelSwitch>(live().scheduler(), state(), configuration_);
+        ASSERT_TRUE(live().turnUntil([this] { return switch_->complete(); }));
         ASSERT_TRUE(settled());
     }
-    void socketIs(const std::string& netNs, size_t receiveBuffer = 0) {
-        auto& socket = sockets_[netNs];
-        socket = Vela::make<Linux::Rtnetlink>(live().scheduler(), live().changeLog(), netNs,
-                                              receiveBuffer);
-        socket->consumerIs(NetlinkKind::neighbors, neighbors_->consumerIs(netNs));
-    }
-    Linux::Rtnetlink& socket() { return *sockets_.at("default"); }
+    /// Whether all dumps are over and what they did not show is swept out.
     bool settled() {
-        return live().turnUntil([&] {
-            for (const auto& [name, socket] : sockets_) {
-                if (!socket->synchronized() || !neighbors_->swept(name)) {
-                    return false;
-                }
-            }
-            return fdb_->swept();
-        });
-    }
-    void portIs(const char* device, const Linux::BridgePort& port) {
-        topology_->bridgePortIs(if_nametoindex(device), port);
+        return live().turnUntil([this] { return switch_->synchronized(); }) &&
+               live().turnUntilIdle();
     }
     Testing::VethPort& port(size_t number) { return *ports_.at(number - 1); }
 
@@ -181,16 +143,10 @@ class TablesTest : public LiveKernelFixture {
     Texts tableFdb();
     static Texts kernelNeighbors();
     static Texts kernelFdb();
-    bool tablesEqualTheKernel() {
-        return tableNeighbors() == kernelNeighbors() && tableFdb() == kernelFdb();
-    }
 
+    Linux::LinuxConfiguration configuration_;
     std::vector<std::unique_ptr<Testing::VethPort>> ports_;
-    Vela::Ptr<Linux::Topology> topology_;
-    Vela::Ptr<Linux::LocalMultihomedSm> localMultihomedSm_;
-    Vela::Ptr<Linux::FdbProvider> fdb_;
-    Vela::Ptr<Linux::NeighborProvider> neighbors_;
-    std::map<std::string, Vela::Owned<Linux::Rtnetlink>> sockets_;
+    Vela::Ptr<Linux::KernelSwitch> switch_;
 };
 
 Texts TablesTest::tableNeighbors() {
@@ -241,16 +197,13 @@ Texts TablesTest::tableFdb() {
 }
 
 Texts TablesTest::kernelFdb() {
-    const std::map<std::string, std::string> ports{
-        {"vx10", "Vxlan10"}, {"et1", "Ethernet1"}, {"et2", "Ethernet2"}};
     Texts texts;
     auto all = boost::json::parse(outputOf("bridge", {"-j", "fdb", "show", "br", "Vlan10"}));
     for (const auto& element : all.as_array()) {
         const auto& entry = element.as_object();
         std::string device(entry.at("ifname").as_string());
         std::string entryState(entry.contains("state") ? entry.at("state").as_string() : "");
-        if (has(entry.at("flags"), "self") || entryState == "permanent" ||
-            !ports.contains(device)) {
+        if (has(entry.at("flags"), "self") || entryState == "permanent" || device == "Vlan10") {
             continue;
         }
         bool isStatic = entryState == "static";
@@ -259,8 +212,7 @@ Texts TablesTest::kernelFdb() {
             : isStatic       ? "configuredStatic"
             : device == "et2" && has(entry.at("flags"), "extern_learn") ? "evpnLocalSegment"
                                                                         : "learnedDynamic";
-        texts.insert(std::string(entry.at("mac").as_string()) + " " + ports.at(device) + " " +
-                     type);
+        texts.insert(std::string(entry.at("mac").as_string()) + " " + device + " " + type);
     }
     return texts;
 }
@@ -347,28 +299,63 @@ TEST_F(TablesTest, aHostOnAnEthernetSegmentIsLocallyMultihomed) {
 
 TEST_F(TablesTest, aVrfInANamespaceOfItsOwn) {
     start();
-    {
+    for (int time = 0; time < 2; ++time) { // it comes back, too
         Testing::NamedNetNs red("red");
-        red.ip({"link", "add", "Vlan30", "index", "77", "type", "bridge"});
+        ip("link add br30 type bridge");
+        ip("link add r30 type veth peer name Vlan30 netns red");
+        ip("link set r30 master br30 up");
         red.ip({"link", "set", "Vlan30", "up"});
         red.ip({"neigh", "replace", "10.0.0.2", "lladdr", mac(2), "dev", "Vlan30", "nud", "noarp",
                 "extern_learn"});
-        socketIs("red");
-        ASSERT_TRUE(settled());
-        EXPECT_FALSE(binding("10.0.0.2", 30)); // that device is none of the switch's yet
-        topology_->routedDeviceIs({"red", 77}, {VlanId(30), Zinc::IntfId("Vlan30"), Vrf::VrfId(7)});
         EXPECT_TRUE(live().turnUntil([&] { return binding("10.0.0.2", 30).has_value(); }));
+        red.ip({"neigh", "replace", "10.0.0.3", "lladdr", mac(3), "dev", "Vlan30", "nud",
+                "permanent"});
+        Arp::Table::ArpKey key(Vrf::VrfId(7), Zinc::IntfId("Vlan30"), Zinc::IpGenAddr("10.0.0.3"));
+        EXPECT_TRUE(
+            live().turnUntil([&] { return state().arpStatus->arpEntryCollection().has(key); }));
+        if (time == 0) {
+            ip("link del br30");
+            red.ip({"link", "del", "Vlan30"});
+            EXPECT_TRUE(live().turnUntil([&] { return tableNeighbors().empty(); }));
+        }
     }
-    sockets_.erase("red");
-    neighbors_->consumerDel("red");
-    topology_->routedDeviceDel({"red", 77});
-    EXPECT_TRUE(live().turnUntil([&] { return !binding("10.0.0.2", 30); }));
+    // With the namespace, which says nothing any more, they go as well.
+    EXPECT_TRUE(live().turnUntil([&] { return tableNeighbors().empty(); }));
+}
+
+TEST_F(TablesTest, entriesFollowWhatTheirDevicesAre) {
+    port(1).inject(frameFrom(1));
+    ip("neigh replace 10.0.0.2 lladdr " + mac(2) + " dev Vlan10 nud noarp extern_learn");
+    start();
+    EXPECT_TRUE(binding("10.0.0.2"));
+    EXPECT_EQ(tableFdb(), Texts{mac(1) + " et1 learnedDynamic"});
+
+    configuration_.vrfs[0].id = Vrf::VrfId(2);
+    switch_->configurationIs(configuration_);
+    ip("neigh replace 10.0.0.3 lladdr " + mac(3) + " dev Vlan10 nud permanent");
+    Arp::Table::ArpKey key(Vrf::VrfId(2), Zinc::IntfId("Vlan10"), Zinc::IpGenAddr("10.0.0.3"));
+    EXPECT_TRUE(live().turnUntil([&] { return state().arpStatus->arpEntryCollection().has(key); }));
+    // The bridge is VLAN 20 from now on, with all that the kernel keeps of it.
+    ip("link set Vlan10 down");
+    ip("link set Vlan10 name Vlan20");
+    ip("link set Vlan20 up");
+    ip("neigh replace 10.0.0.4 lladdr " + mac(4) + " dev Vlan20 nud noarp extern_learn");
+    port(1).inject(frameFrom(1));
+    EXPECT_TRUE(live().turnUntil([&] {
+        return binding("10.0.0.4", 20) && !binding("10.0.0.2") &&
+               state().bridgingStatus->quarryFdbStatusCollection().has(
+                   {Bridging::Fid(20), Zinc::EthAddr(mac(1))});
+    }));
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(tableNeighbors(), Texts{"10.0.0.4 " + mac(4) + " remote"});
+    EXPECT_EQ(state().bridgingStatus->quarryFdbStatusCollection().count(), 1u);
 }
 
 TEST_F(TablesTest, afterAStormTheTablesEqualTheKernel) {
     constexpr int hosts = 2500;
     constexpr int rounds = 10;
-    start(4096);
+    configuration_.receiveBuffer = 4096;
+    start();
     auto host = [](int i) { return Zinc::IpGenAddr(0x0a010000u + static_cast<uint32_t>(i)); };
     auto hostMac = [](int i) {
         return Zinc::EthAddr(Zinc::EthAddr::Bytes{2, 0, 0, 1, static_cast<uint8_t>(i >> 8),
@@ -407,7 +394,7 @@ TEST_F(TablesTest, afterAStormTheTablesEqualTheKernel) {
     EXPECT_EQ(tableNeighbors(), kernelNeighbors());
     EXPECT_EQ(tableFdb(), kernelFdb());
     EXPECT_EQ(tableFdb().size(), size_t{hosts - (hosts + 2) / 3});
-    EXPECT_GT(socket().statistics().overruns, 0u);
+    EXPECT_GT(switch_->socket("default")->statistics().overruns, 0u);
 }
 
 } // namespace

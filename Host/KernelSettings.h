@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Host/Configuration.h"
+#include "Linux/LinuxConfiguration.h"
+
+#include <map>
+#include <string>
+
+namespace Host {
+
+/// What the kernel's providers are to know of a configuration, with the ids of its VRFs by name.
+Linux::LinuxConfiguration kernelSettings(const Configuration& configuration,
+                                         const std::map<std::string, Vrf::VrfId>& vrfIds);
+
+} // namespace Host
