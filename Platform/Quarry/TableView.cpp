@@ -102,6 +102,13 @@ inline int TableView::compareKeys(const void* payload, const uint64_t* key) cons
     return 0;
 }
 
+/// A walk asks next for what a link leads to, which it would have to wait for.
+void TableView::approach(uint32_t link) const {
+    if (!(link & Format::bucketLink) && link - 1 < mapping_.capacity()) {
+        __builtin_prefetch(&mapping_.record(link - 1));
+    }
+}
+
 /// Follows the list from the target's bucket. Beside a removal the outcome can be any.
 template <TableView::Which which>
 TableView::Step TableView::walk(uint32_t targetHash, const uint64_t* key, void* payload) const {
@@ -167,6 +174,7 @@ TableView::Step TableView::walk(uint32_t targetHash, const uint64_t* key, void* 
         if (order >= wanted) {
             Outcome outcome = readRecord(record, payload);
             if (outcome != Outcome::found || order > wanted || which == Which::any) {
+                approach(record.next.load(acquire));
                 return {outcome, hash};
             }
             int compared = compareKeys(payload, key);

@@ -56,6 +56,7 @@ class TableView {
     Step locate(uint32_t targetHash, const uint64_t* key, void* payload) const;
     template <Which which>
     Step walk(uint32_t targetHash, const uint64_t* key, void* payload) const;
+    void approach(uint32_t link) const;
     Outcome readRecord(const Format::Record& record, void* payload) const;
     std::optional<uint32_t> stableSequence(const Format::Record& record) const;
     std::optional<uint32_t> awaitStableSequence(const Format::Record& record) const;
