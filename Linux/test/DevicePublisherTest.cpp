@@ -255,6 +255,9 @@ TEST_F(DevicePublisherTest, ARoutedInterfaceInAnotherNamespaceIsTheOtherEndOfAPo
     auto vrf = state().allVrfStatusLocal->vrf("blue");
     publisher_->netNsDel("ns-blue");
     EXPECT_TRUE(vrf->destroyed());
+    EXPECT_FALSE(publisher_->settled());
+    runUntilIdle();
+    EXPECT_TRUE(publisher_->settled());
     EXPECT_EQ(vrfOf("Vlan10"), "");
     EXPECT_EQ(topology_->routedDeviceCollection().count(), 0u);
     EXPECT_FALSE(topology_->bridgePort(4).routed);
