@@ -60,7 +60,7 @@ class Agent:
     def bindings(self):
         """The remote bindings that it has."""
         rows = self._rows("bindings", "remote")
-        return {Binding(row["vlan"], row["address"], row["mac"]) for row in rows}
+        return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
 
     def _rows(self, *what):
         shown = self.control("show", *what, "-j", check=False)
