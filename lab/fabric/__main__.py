@@ -137,7 +137,7 @@ def main():
     directory = os.path.abspath(f"{options.directory}/{name}")
     programs = os.path.abspath(options.programs)
     tour = Tour(name, programs, directory)
-    good = keep = False
+    good = interrupted = keep = False
     react_to_signals(interrupt)
     try:
         good = show_tour(tour, directory)
@@ -145,13 +145,14 @@ def main():
         if keep:
             show_around(tour, name, programs)
     except Interrupted:
+        interrupted = True
         print("interrupted", file=sys.stderr)
     finally:
         react_to_signals(signal.SIG_IGN)
         if not keep:
             tour.stop()
-        if good and not keep:
-            shutil.rmtree(directory)
+        if (good or interrupted) and not keep:
+            shutil.rmtree(directory, ignore_errors=True)
     return 0 if good else 1
 
 
