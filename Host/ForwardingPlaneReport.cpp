@@ -9,7 +9,12 @@ namespace {
 
 std::string jsonOf(const ForwardingPlaneReport& report) {
     Vela::JsonWriter json;
-    json.beginObject().field("enabled", report.enabled).field("trapping", report.trapping);
+    json.beginObject()
+        .field("enabled", report.enabled)
+        .field("trapping", report.silentBecause.empty());
+    if (!report.silentBecause.empty()) {
+        json.field("silentBecause", report.silentBecause);
+    }
     json.key("tunnels").beginArray();
     for (uint32_t ifIndex : report.tunnels) {
         json.value(ifIndex);
@@ -33,8 +38,9 @@ void writeForwardingPlane(const ForwardingPlaneReport& report, bool json, int fd
     for (uint32_t ifIndex : report.tunnels) {
         tunnels += ' ' + std::to_string(ifIndex);
     }
+    std::string trapping = report.silentBecause.empty() ? "yes" : "no, " + report.silentBecause;
     context.print(0, "enabled %s\ntrapping %s\ntunnels%s\n", report.enabled ? "yes" : "no",
-                  report.trapping ? "yes" : "no", tunnels.empty() ? " none" : tunnels.c_str());
+                  trapping.c_str(), tunnels.empty() ? " none" : tunnels.c_str());
     for (const auto& [name, count] : report.counters) {
         context.print(0, "%-36s%12llu\n", name.c_str(), static_cast<unsigned long long>(count));
     }

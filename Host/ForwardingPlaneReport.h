@@ -9,8 +9,9 @@ namespace Host {
 
 /// What an operator wants to know of the forwarding plane.
 struct ForwardingPlaneReport {
-    bool enabled = false;               ///< false while the daemon stops
-    bool trapping = false;              ///< the agent is alive and has its sockets
+    bool enabled = false; ///< false while the daemon stops
+    /// Why no requests are trapped; empty while they are.
+    std::string silentBecause = {};
     std::vector<uint32_t> tunnels = {}; ///< the devices that it watches, by kernel index
     std::vector<std::pair<std::string, uint64_t>> counters = {}; ///< in frames
 };

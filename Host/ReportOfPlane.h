@@ -9,7 +9,7 @@ namespace Host {
 inline ForwardingPlaneReport reportOf(const Linux::ForwardingPlane& plane) {
     const std::set<uint32_t>& tunnels = plane.attachedTunnels();
     ForwardingPlaneReport report{.enabled = plane.enabled(),
-                                 .trapping = plane.trapping(),
+                                 .silentBecause = plane.silentBecause(),
                                  .tunnels = {tunnels.begin(), tunnels.end()}};
     const Linux::PlaneCounters counters = plane.counters();
     for (int number = 0; number < Linux::Plane::counterLimit; ++number) {

@@ -5,12 +5,9 @@
 #include "Platform/Quarry/AttachedTable.h"
 #include "Platform/StateDb/PersistedImage.h"
 #include "Platform/Value/IntfNameTable.h"
-#include "Testing/ChildProcess.h"
-#include "Testing/Eventually.h"
-#include "Testing/TemporaryDirectory.h"
+#include "tests/DaemonFixture.h"
 
 #include <algorithm>
-#include <boost/json.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -31,94 +28,8 @@ namespace Host {
 namespace {
 
 namespace fs = std::filesystem;
-using Testing::ChildProcess;
-using Testing::eventually;
 
-struct Answer {
-    int status = -1;
-    std::string output;
-    std::string errors;
-};
-
-bool holds(const std::string& text, std::string_view piece) {
-    return text.find(piece) != text.npos;
-}
-long lines(const std::string& text) {
-    return std::count(text.begin(), text.end(), '\n');
-}
-
-class DaemonTest : public ::testing::Test {
-  protected:
-    DaemonTest() {
-        for (const char* name : {"SWIFTLOGDIR", "VELA_TRACE", "ARPSUP_RUNTIME_DIRECTORY"}) {
-            unsetenv(name);
-        }
-        configure();
-    }
-
-    std::string path(const std::string& name) const { return directory_.path() + "/" + name; }
-    std::string file() const { return path("arpsupd.toml"); }
-    std::string directories() const {
-        return "runtime_directory = \"" + path("run") + "\"\nlog_directory = \"" + path("log") +
-               "\"\ntoggle_directory = \"" + path("toggles") + "\"\n";
-    }
-    /// Writes the configuration: the directories of this test, the agent and `rest`.
-    void configure(const std::string& rest = "", const std::string& agent = AGENT_LIBRARY) {
-        writeFile(directories() + "agent_library = \"" + agent + "\"\n" + rest);
-    }
-    void writeFile(const std::string& text) const { std::ofstream(file()) << text; }
-
-    /// arpsupd with its mounts complete.
-    void start() {
-        startOnly();
-        ASSERT_TRUE(eventually([this] { return isReady(); })) << daemon_->errors();
-    }
-    bool isReady() const { return holds(techSupport().output, "ArpSuppressionMounts"); }
-    void startOnly() { daemon_.emplace(ARPSUPD, std::vector<std::string>{"--config", file()}); }
-
-    void stop() {
-        daemon_->signal(SIGTERM);
-        ASSERT_EQ(daemon_->status(), 0) << daemon_->errors();
-    }
-    void killIt() {
-        daemon_->signal(SIGKILL);
-        ASSERT_EQ(daemon_->status(), -SIGKILL);
-    }
-    /// Has the configuration read again, and waits until that is done.
-    void reload() {
-        size_t before = daemon_->errors().size();
-        daemon_->signal(SIGHUP);
-        ASSERT_TRUE(eventually([&] {
-            std::string said = daemon_->errors().substr(before);
-            return holds(said, "again") || holds(said, "stays");
-        })) << daemon_->errors();
-    }
-
-    static Answer run(const std::string& program, const std::vector<std::string>& arguments) {
-        ChildProcess child(program, arguments);
-        auto status = child.status();
-        EXPECT_TRUE(status) << program << " does not end";
-        return {status.value_or(-1000), child.output(), child.errors()};
-    }
-    Answer arpsupd(const std::vector<std::string>& arguments) const {
-        return run(ARPSUPD, arguments);
-    }
-    Answer arpsupctl(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"--runtime-directory", path("run")});
-        return run(ARPSUPCTL, arguments);
-    }
-    Answer techSupport() const { return arpsupctl({"show", "tech-support"}); }
-    Answer trace() const { return arpsupctl({"trace", "--log-directory", path("log")}); }
-    void expectNoStart(const std::string& why) {
-        Answer answer = arpsupd({"--config", file()});
-        EXPECT_EQ(answer.status, 1);
-        EXPECT_EQ(answer.output, "");
-        EXPECT_EQ(answer.errors, "arpsupd: " + why + "\n");
-    }
-
-    Testing::TemporaryDirectory directory_;
-    std::optional<ChildProcess> daemon_;
-};
+using DaemonTest = DaemonFixture;
 
 TEST_F(DaemonTest, ItComesToMountsComplete) {
     configure("[bridging]\nmac = \"02:00:00:00:00:77\"\n");
@@ -194,133 +105,6 @@ TEST_F(DaemonTest, ASignalStopsIt) {
     killIt();
     EXPECT_EQ(techSupport().errors, "error: no arpsupd runs in " + path("run") +
                                         " any more (nobody listens on its socket)\n");
-}
-
-// --- What arpsupctl shows
-
-TEST_F(DaemonTest, EveryAnswerIsThereAsJson) {
-    configure("[evpn]\nmpls = true\n[[evpn.vlan]]\nvlan = 10\n"
-              "[[interface]]\nname = \"Vlan10\"\nipv4 = [\"10.0.0.1/24\"]\nifindex = 3\n"
-              "[[remote_binding]]\nvlan = 20\nip = \"10.0.0.60\"\nmac = \"02:00:00:00:20:60\"\n");
-    start();
-    auto shown = [this](std::vector<std::string> arguments) {
-        arguments.push_back("-j");
-        Answer answer = arpsupctl(arguments);
-        EXPECT_EQ(answer.status, 0) << answer.errors;
-        boost::system::error_code error;
-        auto value = boost::json::parse(answer.output, error);
-        EXPECT_FALSE(error) << answer.output;
-        return value;
-    };
-    auto status = shown({"show", "status", "10"});
-    EXPECT_TRUE(status.at("agent").at("running").at("holds").as_bool());
-    EXPECT_FALSE(status.at("agent").at("trapSocket").at("holds").as_bool());
-    auto vlan = status.at("vlans").at(0);
-    EXPECT_EQ(vlan.at("vlan"), 10);
-    EXPECT_FALSE(vlan.at("suppressing").as_bool());
-    EXPECT_TRUE(vlan.at("conditions").at("evpn").at("holds").as_bool());
-    EXPECT_TRUE(vlan.at("conditions").at("routedInterface").at("holds").as_bool());
-
-    auto vlans = shown({"show", "vlans"}).as_array();
-    ASSERT_EQ(vlans.size(), 2u);
-    EXPECT_EQ(vlans[1].at("vlan"), 20);
-    EXPECT_EQ(vlans[1].at("remoteBindings"), 1);
-
-    EXPECT_EQ(shown({"show", "bindings", "remote"}),
-              boost::json::parse(
-                  R"([{"vlan":20,"ip":"10.0.0.60","mac":"02:00:00:00:20:60","vxlan":false,)"
-                  R"("localMultihomed":false}])"));
-    EXPECT_EQ(shown({"show", "counters"}).as_array().size(), 58u);
-
-    auto sections = shown({"show", "tech-support"}).at("sections").as_array();
-    std::set<std::string> titles;
-    for (const auto& section : sections) {
-        titles.insert(boost::json::value_to<std::string>(section.at("title")));
-    }
-    EXPECT_EQ(titles.size(), sections.size());
-    for (const std::string& title : {"arpsupd " + path("run"), std::string("ArpSuppressionRootSm"),
-                                     std::string("Evpn::EvpnStatus")}) {
-        EXPECT_TRUE(titles.count(title)) << title;
-    }
-    auto trace = run(ARPSUPCTL, {"trace", "-j", "--log-directory", path("log")});
-    bool mounted = false;
-    const auto records = boost::json::parse(trace.output).as_array();
-    for (const auto& record : records) {
-        mounted = mounted || record.at("event") == "doMountsComplete";
-    }
-    EXPECT_TRUE(mounted) << trace.output;
-}
-
-TEST_F(DaemonTest, AnswersForPeople) {
-    configure("[evpn]\nmpls = true\n[[evpn.vlan]]\nvlan = 10\n");
-    start();
-    Answer answer = arpsupctl({"show", "status", "10"});
-    EXPECT_EQ(answer.status, 0);
-    EXPECT_TRUE(holds(answer.output, "VLAN 10: not suppressing, lacks: ")) << answer.output;
-    EXPECT_EQ(answer.errors, "");
-    answer = arpsupctl({"show", "vlans"});
-    EXPECT_EQ(answer.output.find("VLAN EVPN "), 0u);
-    EXPECT_EQ(lines(answer.output), 2) << answer.output;
-    answer = arpsupctl({"show", "bindings", "remote"});
-    EXPECT_EQ(answer.status, 0);
-    EXPECT_EQ(answer.errors, "note: there is no remote binding\n");
-    answer = arpsupctl({"show", "forwarding-plane"});
-    EXPECT_EQ(answer.status, 1);
-    EXPECT_EQ(answer.errors, "error: this arpsupd has no forwarding plane\n");
-    killIt();
-    answer = arpsupctl({"show", "bindings", "remote"});
-    EXPECT_TRUE(holds(answer.errors, "is dead; these are its remote bindings at the end"))
-        << answer.errors;
-    EXPECT_EQ(arpsupctl({"show", "vlans"}).status, 1);
-}
-
-TEST_F(DaemonTest, AWatchEndsCleanlyWhenInterrupted) {
-    start();
-    for (int signal : {SIGINT, SIGTERM}) {
-        ChildProcess watch(ARPSUPCTL, {"--runtime-directory", path("run"), "show", "counters",
-                                       "--all", "--watch", "0.1"});
-        ASSERT_TRUE(eventually([&] { return lines(watch.output()) > 3 * 58; })) << watch.errors();
-        EXPECT_TRUE(holds(watch.output(), "0.0/s\n"));
-        watch.signal(signal);
-        EXPECT_EQ(watch.status(), 0);
-        EXPECT_EQ(watch.errors(), "");
-        // Whole rounds of 58 lines, a blank one between them.
-        EXPECT_EQ((lines(watch.output()) + 1) % 59, 0);
-    }
-}
-
-TEST_F(DaemonTest, AReaderThatHasSeenEnoughIsNoError) {
-    std::string many;
-    for (int i = 1; i <= 2000; ++i) {
-        many += "[[remote_binding]]\nvlan = " + std::to_string(i) +
-                "\nip = \"10.0.0.60\"\nmac = \"02:00:00:00:20:60\"\n";
-    }
-    configure(many);
-    start();
-    for (const char* command : {"show bindings remote -j", "show tech-support", "show status",
-                                "show tech-support -j", "show counters --all --watch 0.1"}) {
-        // Also where the signal is ignored, as services have it.
-        for (const char* trap : {"", "trap '' PIPE; "}) {
-            Answer answer =
-                run("/bin/bash", {"-c", std::string(trap) + ARPSUPCTL + " --runtime-directory " +
-                                            path("run") + " " + command +
-                                            " | head -1 > /dev/null; "
-                                            "echo ${PIPESTATUS[0]}"});
-            EXPECT_EQ(answer.output, "0\n") << command;
-            EXPECT_TRUE(answer.errors.empty() || answer.errors.starts_with("note: "))
-                << answer.errors;
-        }
-    }
-}
-
-TEST_F(DaemonTest, WhatMakesNoSenseIsRefused) {
-    start();
-    EXPECT_EQ(arpsupctl({"show", "status", "4095"}).status, 2);
-    EXPECT_EQ(arpsupctl({"show", "bindings", "remote", "10.0.0.256"}).status, 2);
-    Answer answer = arpsupctl({"show", "status", "77"});
-    EXPECT_EQ(answer.status, 0);
-    EXPECT_TRUE(holds(answer.output, "VLAN 77: not suppressing, lacks: EVPN over MPLS\n"))
-        << answer.output;
 }
 
 // --- Reload

@@ -120,7 +120,7 @@ TEST_F(OperatorCommandsTest, TheForwardingPlaneAsItIsWhenAsked) {
     auto withPlane = sources();
     withPlane.forwardingPlane = [&trapped] {
         return ForwardingPlaneReport{.enabled = true,
-                                     .trapping = trapped > 1,
+                                     .silentBecause = trapped > 1 ? "" : "nobody reads",
                                      .tunnels = {7, 12},
                                      .counters = {{"trapped", trapped}, {"delivered", 0}}};
     };
@@ -129,10 +129,13 @@ TEST_F(OperatorCommandsTest, TheForwardingPlaneAsItIsWhenAsked) {
     EXPECT_EQ(commands.refusal("show forwarding-plane -j"), "");
     EXPECT_EQ(answerOf(commands, "show forwarding-plane"),
               "enabled yes\n"
-              "trapping no\n"
+              "trapping no, nobody reads\n"
               "tunnels 7 12\n"
               "trapped                                        1\n"
               "delivered                                      0\n");
+    EXPECT_EQ(
+        boost::json::parse(answerOf(commands, "show forwarding-plane -j")).at("silentBecause"),
+        "nobody reads");
     trapped = 18446744073709551615u;
     EXPECT_EQ(boost::json::parse(answerOf(commands, "show forwarding-plane -j")),
               boost::json::parse(R"({"enabled":true,"trapping":true,"tunnels":[7,12],
@@ -141,9 +144,9 @@ TEST_F(OperatorCommandsTest, TheForwardingPlaneAsItIsWhenAsked) {
 
 TEST_F(OperatorCommandsTest, AForwardingPlaneWithoutTunnels) {
     EXPECT_EQ(writtenBy([](int fd) { writeForwardingPlane({}, false, fd); }),
-              "enabled no\ntrapping no\ntunnels none\n");
+              "enabled no\ntrapping yes\ntunnels none\n");
     EXPECT_EQ(writtenBy([](int fd) { writeForwardingPlane({}, true, fd); }),
-              "{\"enabled\":false,\"trapping\":false,\"tunnels\":[],\"counters\":{}}\n");
+              "{\"enabled\":false,\"trapping\":true,\"tunnels\":[],\"counters\":{}}\n");
 }
 
 TEST_F(OperatorCommandsTest, TheControlSocketGetsBoth) {

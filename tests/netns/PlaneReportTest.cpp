@@ -57,7 +57,8 @@ class PlaneReportTest : public Testing::CoreFixture {
 TEST_F(PlaneReportTest, StateTunnelsAndEveryCounter) {
     auto report = Host::reportOf(*plane_.ptr());
     EXPECT_TRUE(report.enabled);
-    EXPECT_FALSE(report.trapping) << "there is no agent";
+    EXPECT_NE(report.silentBecause, "") << "there is no agent";
+    EXPECT_EQ(report.silentBecause, plane_->silentBecause());
     EXPECT_EQ(report.tunnels, std::vector<uint32_t>{if_nametoindex("vx10")});
     ASSERT_EQ(report.counters.size(), static_cast<size_t>(Linux::Plane::counterLimit));
     std::set<std::string> names;
