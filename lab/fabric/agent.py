@@ -48,6 +48,9 @@ class Agent:
     def kill(self):
         self._end(signal.SIGKILL)
 
+    def running(self):
+        return self._process is not None
+
     def control(self, *arguments, check=True):
         """What arpsupctl prints."""
         program = f"{self._programs}/Ctl/arpsupctl"
