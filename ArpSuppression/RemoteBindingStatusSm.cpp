@@ -116,26 +116,26 @@ Vela::WalkRet RemoteBindingStatusSm::remoteBindingConfigWalk() {
 /// The tables of a million bindings lie outside the caches. What a few bindings need of them is
 /// asked for together, so that it is waited for once and not for each.
 void RemoteBindingStatusSm::handleBindings(BindingsAhead& ahead) {
-    struct Buckets {
-        KnownBindingTable::Bucket known;
-        RemoteBindingStatus::MacToIpTable::Bucket macToIp;
-        RemoteBindingStatus::IpToMacTable::Bucket ipToMac;
+    struct Fetched {
+        uint64_t known;
+        uint64_t macToIp;
+        uint64_t ipToMac;
     };
-    std::array<Buckets, BindingsAhead::most> buckets;
+    std::array<Fetched, BindingsAhead::most> fetched;
     const size_t count = std::exchange(ahead.count, 0);
     for (size_t i = 0; i < count; ++i) {
         const auto& [key, macAddress, vxlan, localMultihomed] = ahead.bindings[i];
         auto vlanL3Info = vlanL3InfoStatus_->vlanL3Info(key.vlanId());
-        buckets[i] = {
-            knownBinding_.bucketAhead(key),
-            remoteBindingStatus_->macToIpCollection().bucketAhead({key.vlanId(), macAddress}),
-            remoteBindingStatus_->ipToMacCollection().bucketAhead(
+        fetched[i] = {
+            knownBinding_.fetchSlot(key),
+            remoteBindingStatus_->macToIpCollection().fetchSlot({key.vlanId(), macAddress}),
+            remoteBindingStatus_->ipToMacCollection().fetchSlot(
                 VrfIpAddress::fromVlanL3Info(vlanL3Info, key.ipAddress()))};
     }
     for (size_t i = 0; i < count; ++i) {
-        KnownBindingTable::entriesAhead(buckets[i].known);
-        RemoteBindingStatus::MacToIpTable::entriesAhead(buckets[i].macToIp);
-        RemoteBindingStatus::IpToMacTable::entriesAhead(buckets[i].ipToMac);
+        knownBinding_.fetchNode(fetched[i].known);
+        remoteBindingStatus_->macToIpCollection().fetchNode(fetched[i].macToIp);
+        remoteBindingStatus_->ipToMacCollection().fetchNode(fetched[i].ipToMac);
     }
     for (size_t i = 0; i < count && !destroyed(); ++i) {
         handleRemoteBinding(ahead.bindings[i].key);

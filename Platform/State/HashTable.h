@@ -93,21 +93,18 @@ class HashTable {
         return node ? &Layout::value(node->element) : nullptr;
     }
 
-    /// For who is about to ask for many keys: outside the caches each step of a lookup waits for
-    /// memory, and these begin such steps without waiting. First for the bucket of each key, then
-    /// for what stands in each bucket; the table may not change in between.
-    using Bucket = Node* const*;
-    Bucket bucketAhead(const Key& key) const noexcept {
-        if (size_ == 0) {
-            return nullptr;
+    /// Asks memory for what a lookup of the key reads first; `fetchNode` with what this returns,
+    /// once that is there, for what is read second. Neither is needed for a lookup.
+    uint64_t fetchSlot(const Key& key) const noexcept {
+        uint64_t hash = hashOf(key);
+        if (size_ > 0) {
+            __builtin_prefetch(&slot(bucketOf(hash)));
         }
-        Bucket bucket = &slot(bucketOf(hashOf(key)));
-        __builtin_prefetch(bucket);
-        return bucket;
+        return hash;
     }
-    static void entriesAhead(Bucket bucket) noexcept {
-        if (bucket) {
-            __builtin_prefetch(*bucket);
+    void fetchNode(uint64_t fetched) const noexcept {
+        if (size_ > 0) {
+            __builtin_prefetch(slot(bucketOf(fetched)));
         }
     }
 
