@@ -1,6 +1,7 @@
 #include "Host/Daemon.h"
 
 #include "Host/KernelSettings.h"
+#include "Host/ReportOfPlane.h"
 #include "Host/StartError.h"
 #include "Platform/Agent/AgentFactory.h"
 #include "Platform/Agent/Toggle.h"
@@ -96,6 +97,9 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
     state_.emplace(entityManager_.ptr(), statusImage_.bytes());
     staticEntries_.emplace(*state_);
     publish(configuration_);
+    if (kernelSwitch_ && !configuration_.physicalHardware) {
+        makeForwardingPlane();
+    }
 
     std::string library = configuration_.agentLibrary;
     agent_ = loadAgent(library.empty() ? agentLibraryBeside() : library);
@@ -105,7 +109,9 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
 
     commands_.emplace(OperatorCommands::Sources{
         .agent = *agent_.ptr(),
-        .dumpDaemon = [this](Vela::DumpContext& context) { dump(context); }});
+        .dumpDaemon = [this](Vela::DumpContext& context) { dump(context); },
+        .forwardingPlane = forwardingPlane_ ? [this] { return reportOf(*forwardingPlane_.ptr()); }
+                                            : std::function<ForwardingPlaneReport()>()});
     controlSocket_ =
         Vela::make<ControlSocket>(scheduler_, runtimeDirectory_.path("control"),
                                   configuration_.control.group, commands_->controlCommands());
@@ -124,6 +130,7 @@ Vela::Ptr<Vela::TaskScheduler> Daemon::makeScheduler() {
 
 Daemon::~Daemon() {
     controlSocket_.reset();
+    forwardingPlane_.reset(); // while the agent has its sockets, requests may still come
     agent_.reset(); // it withdraws what it has published, for which it needs everything else
     kernelSwitch_.reset();
     staticEntries_.reset();
@@ -137,6 +144,28 @@ void Daemon::run() {
     say("running in " + runtimeDirectory_.path());
     loop_.run();
     say("stopping");
+    stopTrapping();
+}
+
+void Daemon::makeForwardingPlane() {
+    forwardingPlane_ = Vela::make<Linux::ForwardingPlane>(
+        Linux::ForwardingPlane::Inputs{.scheduler = scheduler_,
+                                       .turns = loop_.turnsAttribute(),
+                                       .topology = kernelSwitch_->topology(),
+                                       .suppression = state_->arpSuppressionStatus,
+                                       .bridgingConfig = state_->bridgingConfig,
+                                       .virtualRouterMac = state_->fhrpVrMacStatus});
+}
+
+/// Lets requests pass from now on, and works off those that have been trapped.
+void Daemon::stopTrapping() {
+    if (!forwardingPlane_) {
+        return;
+    }
+    forwardingPlane_->enabledIs(false);
+    auto deadline = clock_.now() + std::chrono::milliseconds(300);
+    while (clock_.now() < deadline && scheduler_->turn(std::chrono::milliseconds(10))) {
+    }
 }
 
 /// Whether the kernel is the switch stays as it was at the start.
@@ -184,6 +213,7 @@ void Daemon::dump(Vela::DumpContext& context) const {
     context.child(0, "scheduler", scheduler_.get());
     context.child(0, "controlSocket", controlSocket_.ptr().get());
     context.child(0, "kernelSwitch", kernelSwitch_.ptr().get());
+    context.child(0, "forwardingPlane", forwardingPlane_.ptr().get());
     context.child(0, "tableService", tableService_.ptr().get());
     context.child(0, "entityManager", entityManager_.ptr().get());
     const auto& entities = entityManager_->entityCollection();

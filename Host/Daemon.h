@@ -6,6 +6,7 @@
 #include "Host/RuntimeDirectory.h"
 #include "Host/SignalDescriptor.h"
 #include "Host/StaticEntries.h"
+#include "Linux/ForwardingPlane.h"
 #include "Linux/KernelSwitch.h"
 #include "Platform/Agent/Agent.h"
 #include "Platform/Agent/SwitchState.h"
@@ -24,8 +25,8 @@ namespace Host {
 class Daemon {
   public:
     /// Sets everything up and requests the agent's mounts. `configurationFile` is read again when
-    /// a reload is asked for. Throws StartError, Quarry::TableError and std::system_error, with
-    /// a text that says what is in the way.
+    /// a reload is asked for. Throws StartError, Quarry::TableError, Linux::PlaneError and
+    /// std::system_error, with a text that says what is in the way.
     Daemon(Configuration configuration, std::string configurationFile);
     ~Daemon();
     Daemon(const Daemon&) = delete;
@@ -38,6 +39,8 @@ class Daemon {
   private:
     Vela::Ptr<Vela::TaskScheduler> makeScheduler();
     void publish(Configuration configuration);
+    void makeForwardingPlane();
+    void stopTrapping();
     void reload();
     void dump(Vela::DumpContext& context) const;
 
@@ -55,7 +58,9 @@ class Daemon {
     Vela::Owned<Vela::EntityManager> entityManager_;
     std::optional<Vela::SwitchState> state_;
     std::optional<StaticEntries> staticEntries_;
-    Vela::Owned<Linux::KernelSwitch> kernelSwitch_; // where the kernel is the switch
+    // Where the kernel is the switch.
+    Vela::Owned<Linux::KernelSwitch> kernelSwitch_;
+    Vela::Owned<Linux::ForwardingPlane> forwardingPlane_; // and no chip forwards
     Vela::Owned<Vela::Agent> agent_;
     std::string ringBufferFile_;
     std::optional<OperatorCommands> commands_;
