@@ -14,37 +14,32 @@ using Bridging::VlanId;
 const L3::VrfName defaultVrf = "default";
 const char* const defaultNetNs = "default";
 
+/// VRFs and records are kept as their text forms.
 struct VlanRecord {
-    Vela::SwiftlogText<100> oldVrfName;
-    uint16_t vlanId;
+    Vela::SwiftlogText<128> oldVlanL3Info;
     Vela::SwiftlogText<100> vrfName;
     Vela::SwiftlogText<63> vlanIntfId;
 };
-const Vela::SwiftlogType<VlanRecord> vlanRecord{
-    "ArpSuppression/VlanL3InfoSm",
-    "updateVlanId",
-    5,
-    {{"oldVlanL3Info=<vrfName=", &VlanRecord::oldVrfName},
-     {" vlanId=", &VlanRecord::vlanId},
-     {"> vrfName=", &VlanRecord::vrfName},
-     {" vlanIntfId=", &VlanRecord::vlanIntfId}}};
+const Vela::SwiftlogType<VlanRecord> vlanRecord{"ArpSuppression/VlanL3InfoSm",
+                                                "updateVlanId",
+                                                5,
+                                                {{"oldVlanL3Info=", &VlanRecord::oldVlanL3Info},
+                                                 {" vrfName=", &VlanRecord::vrfName},
+                                                 {" vlanIntfId=", &VlanRecord::vlanIntfId}}};
 
 struct VrfIdRecord {
-    Vela::SwiftlogText<100> vrfName;
-    uint32_t oldVrfId;
+    Vela::SwiftlogText<128> vrfInfo;
     uint32_t vrfId;
 };
-const Vela::SwiftlogType<VrfIdRecord> vrfIdRecord{"ArpSuppression/VlanL3InfoSm",
-                                                  "updateVrfId",
-                                                  5,
-                                                  {{"vrfInfo=<vrfName=", &VrfIdRecord::vrfName},
-                                                   {" vrfId=", &VrfIdRecord::oldVrfId},
-                                                   {"> vrfId=", &VrfIdRecord::vrfId}}};
+const Vela::SwiftlogType<VrfIdRecord> vrfIdRecord{
+    "ArpSuppression/VlanL3InfoSm",
+    "updateVrfId",
+    5,
+    {{"vrfInfo=", &VrfIdRecord::vrfInfo}, {" vrfId=", &VrfIdRecord::vrfId}}};
 
 struct VrfInfoSmRecord {
     Vela::SwiftlogText<100> vrfName;
-    bool hasVrfInfo;
-    uint32_t vrfId;
+    Vela::SwiftlogText<128> vrfInfo;
     bool needVrfInfoSm;
 };
 const Vela::SwiftlogType<VrfInfoSmRecord> vrfInfoSmRecord{
@@ -52,9 +47,8 @@ const Vela::SwiftlogType<VrfInfoSmRecord> vrfInfoSmRecord{
     "updateVrfInfoSm",
     5,
     {{"vrfName=", &VrfInfoSmRecord::vrfName},
-     {" vrfInfo=<exists=", &VrfInfoSmRecord::hasVrfInfo},
-     {" vrfId=", &VrfInfoSmRecord::vrfId},
-     {"> needVrfInfoSm=", &VrfInfoSmRecord::needVrfInfoSm}}};
+     {" vrfInfo=", &VrfInfoSmRecord::vrfInfo},
+     {" needVrfInfoSm=", &VrfInfoSmRecord::needVrfInfoSm}}};
 
 std::string vrfNameOf(const Vela::Ptr<VlanL3Info>& vlanL3Info) {
     return vlanL3Info && vlanL3Info->vrfInfo() ? vlanL3Info->vrfInfo()->vrfName() : std::string();
@@ -73,12 +67,10 @@ struct VlanL3InfoSm::RoutedInterface {
     }
     /// Where the VLAN's record belongs; empty: it should have none.
     L3::VrfName vrfName() const {
-        if (transient()) {
-            return {};
+        if (!ipIntfStatus) {
+            return ip6IntfStatus ? ip6IntfStatus->vrfName() : L3::VrfName();
         }
-        return ipIntfStatus    ? ipIntfStatus->vrfName()
-               : ip6IntfStatus ? ip6IntfStatus->vrfName()
-                               : L3::VrfName();
+        return transient() ? L3::VrfName() : ipIntfStatus->vrfName();
     }
 };
 
@@ -239,9 +231,10 @@ void VlanL3InfoSm::traceRoutedInterface(VlanId vlanId, const RoutedInterface& ro
     }
 }
 
-/// Both steps, the removal of the old record and the making of the new one, are announced, and
-/// whoever is told may bring this machine here again for the same VLAN. A record of which one half
-/// is there is left alone then: after each step one looks again at what stands now.
+/// Both the removal of the old record and the making of the new one are announced, and whoever is
+/// told may bring this machine here again for the same VLAN. Such a call leaves alone a record of
+/// which one half is there, and may do first what was to be done here: so each step looks at what
+/// stands now.
 void VlanL3InfoSm::updateVlanId(VlanId vlanId) {
     TRACE(trace, 8, this, "vlanId=" << vlanId);
     Vela::Ptr<VlanL3InfoSm> keep(this);
@@ -249,9 +242,8 @@ void VlanL3InfoSm::updateVlanId(VlanId vlanId) {
     traceRoutedInterface(vlanId, routed);
     const L3::VrfName vrfName = routed.vrfName();
     const auto oldVlanL3Info = vlanL3InfoStatus_->vlanL3Info(vlanId);
-    const std::string oldVrfName = vrfNameOf(oldVlanL3Info);
     const auto oldIntfId = oldVlanL3Info ? oldVlanL3Info->vlanIntfId() : Zinc::IntfId();
-    if (vrfName == oldVrfName && routed.intfId == oldIntfId) {
+    if (vrfName.bytes() == vrfNameOf(oldVlanL3Info) && routed.intfId == oldIntfId) {
         TRACE(trace, 8, this, "No change oldVlanL3Info=" << oldVlanL3Info);
         return;
     }
@@ -262,22 +254,15 @@ void VlanL3InfoSm::updateVlanId(VlanId vlanId) {
     TRACE(trace, 8, this,
           "oldVlanL3Info=" << oldVlanL3Info << " vrfName=" << vrfName
                            << " vlanIntfId=" << routed.intfId);
-    vlanRecord.write({oldVrfName, vlanId.value(), vrfName.bytes(), routed.intfId.name()});
+    vlanRecord.write({Vela::toStrep(oldVlanL3Info), vrfName.bytes(), routed.intfId.name()});
     if (oldVlanL3Info) {
         removeRecord(oldVlanL3Info);
-        if (destroyed()) {
-            return;
-        }
-        if (vlanL3InfoStatus_->vlanL3Info(vlanId) || routedInterface(vlanId).vrfName() != vrfName) {
-            updateVlanId(vlanId);
-            return;
-        }
     }
-    if (!vrfName.empty()) {
+    if (!destroyed() && !vrfName.empty() && routedInterface(vlanId).vrfName() == vrfName) {
         addRecord(vlanId, vrfName);
-        if (!destroyed() && !recordStands(vlanId)) {
-            updateVlanId(vlanId);
-        }
+    }
+    if (!destroyed() && !recordStands(vlanId)) {
+        updateVlanId(vlanId);
     }
 }
 
@@ -294,6 +279,9 @@ void VlanL3InfoSm::removeRecord(const Vela::Ptr<VlanL3Info>& vlanL3Info) {
 }
 
 void VlanL3InfoSm::addRecord(VlanId vlanId, const L3::VrfName& vrfName) {
+    if (vlanL3InfoStatus_->vlanL3Info(vlanId)) {
+        return; // by who was told of the removal
+    }
     auto vrfInfo = vlanL3InfoStatus_->vrfInfoIs(vrfName);
     if (vlanL3InfoStatus_->vlanL3Info(vlanId)) {
         return; // by who was told of the VRF
@@ -315,7 +303,7 @@ void VlanL3InfoSm::updateVrfId(const Vela::Ptr<VrfInfo>& vrfInfo) {
         return;
     }
     TRACE(trace, 8, this, "update vrfId vrfInfo=" << vrfInfo << " vrfId=" << vrfId);
-    vrfIdRecord.write({vrfInfo->vrfName(), vrfInfo->vrfId().value(), vrfId.value()});
+    vrfIdRecord.write({vrfInfo->toStrep(), vrfId.value()});
     vrfInfo->vrfIdIs(vrfId);
     if (!destroyed()) {
         updateVrfInfoSm(vrfInfo->vrfName());
@@ -341,10 +329,11 @@ void VlanL3InfoSm::updateVrfInfoSm(const L3::VrfName& vrfName) {
     auto vrfInfo = vlanL3InfoStatus_->vrfInfo(vrfName);
     Vela::Ptr<const Ip::VrfStatusLocal> vrfStatusLocal =
         vrfInfo && vrfInfo->vrfId().isValid() ? this->vrfStatusLocal(*vrfInfo) : nullptr;
-    if (auto sm = vrfInfoSm(vrfName); sm && vrfInfo && sm->vrfInfo() != vrfInfo) {
-        vrfInfoSmDel(vrfName); // a VRF that comes back is another one
-    }
     auto sm = vrfInfoSm(vrfName);
+    if (sm && vrfInfo && sm->vrfInfo() != vrfInfo) {
+        vrfInfoSmDel(vrfName); // a VRF that comes back is another one
+        sm.reset();
+    }
     bool needVrfInfoSm = vrfStatusLocal != nullptr;
     bool haveVrfInfoSm = sm != nullptr;
     if (needVrfInfoSm == haveVrfInfoSm) {
@@ -357,9 +346,7 @@ void VlanL3InfoSm::updateVrfInfoSm(const L3::VrfName& vrfName) {
     }
     TRACE(trace, 8, this,
           "vrfName=" << vrfName << " vrfInfo=" << vrfInfo << " needVrfInfoSm=" << needVrfInfoSm);
-    vrfInfoSmRecord.write({vrfName.bytes(), vrfInfo != nullptr,
-                           vrfInfo ? vrfInfo->vrfId().value() : Vrf::VrfId::invalid,
-                           needVrfInfoSm});
+    vrfInfoSmRecord.write({vrfName.bytes(), Vela::toStrep(vrfInfo), needVrfInfoSm});
     if (needVrfInfoSm) {
         vrfInfoSmIs(vrfInfo, vrfStatusLocal);
     } else {
@@ -523,7 +510,8 @@ void VlanL3InfoSm::VlanL3AddrSm::doCleanup() {
 }
 
 void VlanL3InfoSm::VlanL3AddrSm::dumpState(Vela::DumpContext& context, int indent) const {
-    context.print(indent, "VlanL3AddrSm %s\n", vlanL3Info_->toStrep().c_str());
+    context.print(indent, "VlanL3AddrSm\n");
+    context.print(indent + 2, "vlanL3Info=%s\n", vlanL3Info_->toStrep().c_str());
 }
 
 } // namespace ArpSuppression

@@ -33,19 +33,15 @@ const Vela::SwiftlogType<ActivityRecord> activityRecord{
 
 struct WatchRecord {
     const void* machine;
-    Vela::SwiftlogText<100> vrfName;
-    Vela::SwiftlogText<63> intfName;
-    bool usable;
+    Vela::SwiftlogText<200> watch; // its text form
     uint32_t ifIndex;
 };
 const Vela::SwiftlogType<WatchRecord> watchRecord{"ArpSuppression/VrfInfoSm",
                                                   "updateInterfaceWatch",
                                                   5,
                                                   {{"this=", &WatchRecord::machine},
-                                                   {" watch=<vrfName=", &WatchRecord::vrfName},
-                                                   {" intfName=", &WatchRecord::intfName},
-                                                   {" usable=", &WatchRecord::usable},
-                                                   {"> ifIndex=", &WatchRecord::ifIndex}}};
+                                                   {" watch=", &WatchRecord::watch},
+                                                   {" ifIndex=", &WatchRecord::ifIndex}}};
 
 } // namespace
 
@@ -91,10 +87,11 @@ void VrfInfoSm::handleVrfStatusLocal() {
 
 void VrfInfoSm::updateVrfInfo(bool deleting) {
     Vela::Ptr<VrfInfoSm> keep(this); // a reaction may let go of this machine
-    // One whose namespace is not known would not be usable either.
-    bool nowActive = !deleting && vrfStatusLocal_->state() == Ip::VrfState::active &&
-                     !vrfStatusLocal_->networkNamespace().empty() && vrfInfo_->vrfId().isValid();
     bool wasActive = !vrfInfo_->netNs().empty();
+    // One whose namespace is not known would not be usable, and becomes active when it is known.
+    bool nowActive = !deleting && vrfStatusLocal_->state() == Ip::VrfState::active &&
+                     vrfInfo_->vrfId().isValid() &&
+                     (wasActive || !vrfStatusLocal_->networkNamespace().empty());
     if (wasActive == nowActive) {
         Vela::assertThat(!wasActive || vrfInfo_->netNs() == vrfStatusLocal_->networkNamespace(),
                          "!wasActive || vrfInfo()->netNs() == "
@@ -190,14 +187,12 @@ void VrfInfoSm::updateInterfaceWatch(const Vela::Ptr<VrfInterfaceWatch>& watch) 
     Vela::Ptr<VrfInfoSm> keep(this);
     const Vela::Ptr<VrfInterfaceWatch> updated = watch; // also of the watch
     bool vrfUsable = updated->vrfInfo() && updated->vrfInfo()->usable();
-    uint32_t oldIfIndex = updated->kniIntfIfIndex();
     uint32_t ifIndex = vrfUsable ? ifIndexOf(updated->kniIntfName()) : 0;
-    if (ifIndex == oldIfIndex) {
+    if (ifIndex == updated->kniIntfIfIndex()) {
         return;
     }
     TRACE(trace, 8, this, "watch=" << updated << " ifIndex=" << ifIndex);
-    watchRecord.write(
-        {this, vrfInfo_->vrfName(), updated->intfName(), vrfUsable && oldIfIndex != 0, ifIndex});
+    watchRecord.write({this, updated->toStrep(), ifIndex});
     updated->kniIntfIfIndexIs(ifIndex);
     if (auto vlanL3Info = boost::dynamic_pointer_cast<VlanL3Info>(updated)) {
         vlanL3InfoStatus_->vlanUpdated(vlanL3Info);

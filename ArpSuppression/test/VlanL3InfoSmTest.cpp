@@ -469,17 +469,14 @@ TEST_F(VlanL3InfoSmTest, recordsWhatItDoesInTheRingBufferFile) {
             texts.push_back(entry.type->title + ": " + entry.text());
         }
     }
-    EXPECT_EQ(texts,
-              (Strings{"updateVlanId: oldVlanL3Info=<vrfName= vlanId=10> vrfName= "
-                       "vlanIntfId=Vlan10",
-                       "updateVlanId: oldVlanL3Info=<vrfName= vlanId=10> vrfName=red "
-                       "vlanIntfId=Vlan10",
-                       "updateVrfId: vrfInfo=<vrfName=red vrfId=16777215> vrfId=3",
-                       "updateVrfInfoSm: vrfName=red vrfInfo=<exists=yes vrfId=3> "
-                       "needVrfInfoSm=yes",
-                       "updateVlanId: oldVlanL3Info=<vrfName=red vlanId=10> vrfName= vlanIntfId=",
-                       "updateVrfInfoSm: vrfName=red vrfInfo=<exists=no vrfId=16777215> "
-                       "needVrfInfoSm=no"}));
+    EXPECT_EQ(texts, (Strings{"updateVlanId: oldVlanL3Info=NULL vrfName= vlanIntfId=Vlan10",
+                              "updateVlanId: oldVlanL3Info=NULL vrfName=red vlanIntfId=Vlan10",
+                              "updateVrfId: vrfInfo=<vrfName=red vrfId=16777215> vrfId=3",
+                              "updateVrfInfoSm: vrfName=red vrfInfo=<vrfName=red vrfId=3> "
+                              "needVrfInfoSm=yes",
+                              "updateVlanId: oldVlanL3Info=<vrfName=red vlanId=10> vrfName= "
+                              "vlanIntfId=",
+                              "updateVrfInfoSm: vrfName=red vrfInfo=NULL needVrfInfoSm=no"}));
 }
 
 TEST_F(VlanL3InfoSmTest, dumpsItsMachines) {
@@ -496,8 +493,8 @@ TEST_F(VlanL3InfoSmTest, dumpsItsMachines) {
               0u)
         << dump.text();
     for (const char* line : {"\n        vrfName=red\n", "\n    vlanL3AddrSm[] #2\n",
-                             "\n      VlanL3AddrSm <vrfName=red vlanId=10>\n"
-                             "      VlanL3AddrSm <vrfName=blue vlanId=20>\n"}) {
+                             "\n      VlanL3AddrSm\n        vlanL3Info=<vrfName=red vlanId=10>\n"
+                             "      VlanL3AddrSm\n        vlanL3Info=<vrfName=blue vlanId=20>\n"}) {
         at = dump.text().find(line, at);
         ASSERT_NE(at, std::string::npos) << line << " in\n" << dump.text();
     }

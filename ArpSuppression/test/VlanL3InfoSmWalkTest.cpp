@@ -211,6 +211,9 @@ class VlanL3InfoSmNestedTest : public VlanL3InfoSmFixture {
         EXPECT_LE(looks(), 8u);
         runUntilIdle();
         EXPECT_EQ(looks(), 0u); // settled
+        enabledVlans->vlanIdDel(VlanId(10));
+        status()->vlanIdDel(VlanId(10));
+        EXPECT_EQ(l3->vrfInfoCollection().count(), 0u); // none was asked for once more
     }
 
   private:

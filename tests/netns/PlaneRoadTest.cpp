@@ -2,6 +2,7 @@
 
 #include "ArpSuppression/ArpSuppressionAgent.h"
 #include "Testing/LiveSwitch.h"
+#include "Testing/SwitchDevices.h"
 #include "tests/netns/PlaneLeaf.h"
 
 #include <gtest/gtest.h>
@@ -26,24 +27,16 @@ class PlaneRoadTest : public ::testing::Test {
             {{Bridging::VlanId(10), Zinc::IpGenAddr("10.0.0.2")}, remote, 0, 0});
         live.start(*agent, false);
 
-        // By hand, what other machines of the agent find out from the switch's state.
-        auto& root = *agent->rootSm()->root();
-        state.arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
-        auto vrfInfo = root.vlanL3InfoStatus()->vrfInfo("default");
-        vrfInfo->vrfIdIs(Vrf::VrfId(0));
-        vrfInfo->netNsIs("default");
-        vrfInfo->netlinkSocketIs(7);
-        root.deviceIntfStatusDir()->deviceIntfStatusIs(leaf.port("et1").ifIndex(),
-                                                       {Zinc::IntfId("Ethernet1"), "et1"});
+        Testing::routedVlanIs(state, Bridging::VlanId(10), if_nametoindex("Vlan10"));
+        Testing::portIs(state, "Ethernet1", "et1", leaf.port("et1").ifIndex());
         for (const char* device : {"fabric", "arpinject", "arpsnoop"}) {
-            root.vlanL3InfoStatus()->vrfInterfaceWatch(device)->kniIntfIfIndexIs(
-                if_nametoindex(device));
+            Testing::deviceIs(state, device, if_nametoindex(device));
         }
+        EXPECT_TRUE(live.turnUntilIdle());
         EXPECT_TRUE(live.turnUntil([this] { return turned() && leaf.plane().trapping(); }));
         leaf.moved();
     }
     ~PlaneRoadTest() override {
-        live.state().arpSuppressionStatus->vlanIdDelAll();
         live.state().evpnStatus->mplsConfiguredIs(false);
         live.turnUntilIdle();
         agent->destroy();
