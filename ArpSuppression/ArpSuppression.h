@@ -37,6 +37,7 @@ class VrfInfo final : public Vela::Referable {
     std::string toStrep() const;
 
     const std::string& vrfName() const { return vrfName_.bytes(); }
+    const L3::VrfName& name() const { return vrfName_; }
 
     /// Invalid while the VRF's name has no id. The setter announces only a change.
     Vrf::VrfId vrfId() const { return vrfId_.get(); }

@@ -89,7 +89,8 @@ std::string valueToStrep(MacConnectionType type) {
 /// What a decision rests on.
 struct ArpSuppressionSm::Facts {
     Zinc::EthAddr localBindingMacAddress;
-    RemoteBinding remoteBinding;
+    bool hasRemoteBinding = false;
+    Zinc::EthAddr remoteBindingMacAddress;
     bool ignoreVxlan = false; // there is a binding, and who has it answers by itself
     Zinc::EthAddr bindingMacAddress;
     Bridging::QuarryFdbStatus fdbEntry;
@@ -135,6 +136,15 @@ void ArpSuppressionSm::handleInitialized() {
         TRACE(trace, 0, this, "what=" << error.what());
     }
     fabricInterfaceWatch_ = vlanL3InfoStatus_->findOrCreateVrfInterfaceWatch("fabric", "default");
+    expectedReaction_ = receivedRequestTrap_->expectedNotifier().react(
+        this, [this](const MessageTrap::Expected& expected) {
+            const auto& bindings = remoteBindingConfig_->remoteBindingCollection();
+            if (expected.step == MessageTrap::Expected::Step::first) {
+                fetched_ = bindings.fetchBucket(expected.key);
+            } else {
+                bindings.fetchRecord(fetched_);
+            }
+        });
     trappedRequestReaction_ = receivedRequestTrap_->lastTrappedMessageAttribute().react(
         this, [this] { handleTrappedRequest(); });
 }
@@ -168,7 +178,7 @@ void ArpSuppressionSm::handleTrappedRequest() {
     TRACE(trace, 8, this,
           "trappedRequest=" << trappedRequest
                             << " localBindingMacAddress=" << facts.localBindingMacAddress
-                            << " remoteBindingMacAddress=" << facts.remoteBinding.macAddress
+                            << " remoteBindingMacAddress=" << facts.remoteBindingMacAddress
                             << " connectionType=" << facts.connectionType << " localArpReq="
                             << facts.localArpReq << " targetIsMine=" << facts.targetIsMine
                             << " probe=" << facts.probe << " announcement=" << facts.announcement
@@ -176,30 +186,33 @@ void ArpSuppressionSm::handleTrappedRequest() {
     decisionRecord.write({trappedRequest->vlanId().value(), trappedRequest->srcIntfId().name(),
                           trappedRequest->senderIpAddress(), trappedRequest->senderMacAddress(),
                           trappedRequest->targetIpAddress(), facts.localBindingMacAddress,
-                          facts.remoteBinding.macAddress,
+                          facts.remoteBindingMacAddress,
                           macConnectionTypeChar(facts.connectionType), facts.localArpReq,
                           facts.targetIsMine, facts.probe, facts.announcement,
                           facts.fdbEntry.intf.name()});
     decide(trappedRequest, facts);
 }
 
+/// The tables are far larger than the processor's caches: what one lookup needs is on its way from
+/// memory while another is at work.
 ArpSuppressionSm::Facts ArpSuppressionSm::gather(const TrappedMessage& trappedRequest) const {
     Facts facts;
     Bridging::VlanId vlanId = trappedRequest.vlanId();
     const Zinc::IpGenAddr& targetIp = trappedRequest.targetIpAddress();
+    auto remote = remoteBindingConfig_->remoteBindingCollection().lookup({vlanId, targetIp});
+    facts.hasRemoteBinding = remote.find();
+    facts.remoteBindingMacAddress = remote.record().macAddress;
+    Bridging::Fid fid = bridgingConfig_->fid(vlanId);
+    auto fdb =
+        bridgingStatus_->quarryFdbStatusCollection().lookup({fid, facts.remoteBindingMacAddress});
+
     facts.localBindingMacAddress = lookupLocalDynamicBinding(vlanId, targetIp);
-    facts.remoteBinding = remoteBindingConfig_->remoteBinding({vlanId, targetIp});
-    facts.bindingMacAddress = facts.localBindingMacAddress;
-    if (facts.bindingMacAddress.isZero()) {
-        if (facts.remoteBinding.vxlan == 1) {
-            facts.ignoreVxlan = true;
-            return facts;
-        }
-        facts.bindingMacAddress = facts.remoteBinding.macAddress;
+    bool isLocal = !facts.localBindingMacAddress.isZero();
+    if (!isLocal && remote.record().vxlan == 1) {
+        facts.ignoreVxlan = true;
+        return facts;
     }
-    facts.fdbEntry =
-        bridgingStatus_->quarryFdbStatus({bridgingConfig_->fid(vlanId), facts.bindingMacAddress});
-    facts.connectionType = getMacConnectionType(vlanId, facts.bindingMacAddress, facts.fdbEntry);
+    fdb.advance();
     if (auto vlanL3Info = vlanL3InfoStatus_->vlanL3Info(vlanId)) {
         const bool* mine = vlanL3Info->ipAddressCollection().find(targetIp);
         facts.targetIsMine = mine && *mine;
@@ -207,6 +220,16 @@ ArpSuppressionSm::Facts ArpSuppressionSm::gather(const TrappedMessage& trappedRe
     facts.probe = trappedRequest.senderIpAddress().isUnspecified();
     facts.announcement = !facts.probe && trappedRequest.senderIpAddress() == targetIp;
     facts.localArpReq = localArpRequest(trappedRequest);
+
+    if (isLocal) {
+        facts.bindingMacAddress = facts.localBindingMacAddress;
+        facts.fdbEntry = bridgingStatus_->quarryFdbStatus({fid, facts.bindingMacAddress});
+    } else {
+        facts.bindingMacAddress = facts.remoteBindingMacAddress;
+        fdb.find();
+        facts.fdbEntry = fdb.record();
+    }
+    facts.connectionType = getMacConnectionType(vlanId, facts.bindingMacAddress, facts.fdbEntry);
     return facts;
 }
 
@@ -225,15 +248,15 @@ void ArpSuppressionSm::decide(const Vela::Ptr<const TrappedMessage>& trappedRequ
 /// a segment, and a segment without a forwarder, whose host may not be reached by a flood.
 void ArpSuppressionSm::decideByConnection(const Vela::Ptr<const TrappedMessage>& trappedRequest,
                                           const Facts& facts) {
-    const Zinc::EthAddr& remoteMac = facts.remoteBinding.macAddress;
+    const Zinc::EthAddr& remoteMac = facts.remoteBindingMacAddress;
     switch (facts.connectionType) {
     case MacConnectionType::unknown:
     case MacConnectionType::remote:
-        if (facts.remoteBinding == RemoteBinding()) {
-            sendToRemoteTeps(trappedRequest);
-        } else {
+        if (facts.hasRemoteBinding) {
             count(Id::answeredFromRemoteBinding);
             issueReply(*trappedRequest, facts.bindingMacAddress, facts.fdbEntry);
+        } else {
+            sendToRemoteTeps(trappedRequest);
         }
         return;
     case MacConnectionType::localSinglehomed:
@@ -272,9 +295,11 @@ Zinc::EthAddr ArpSuppressionSm::lookupLocalDynamicBinding(Bridging::VlanId vlanI
         return {};
     }
     const auto& vrfInfo = vlanL3Info->vrfInfo();
-    Vrf::VrfId vrfId = vrfInfo ? vrfNameToIdMap_->vrfId(vrfInfo->vrfName()) : Vrf::VrfId();
-    auto entry = ArpStatusHelper::lookup(*arpStatus_, {vrfId, vlanL3Info->vlanIntfId(), ipAddress});
-    bool exists = entry != Arp::Table::ArpEntry();
+    Vrf::VrfId vrfId = vrfInfo ? vrfNameToIdMap_->vrfId(vrfInfo->name()) : Vrf::VrfId();
+    auto lookup =
+        ArpStatusHelper::lookup(*arpStatus_, {vrfId, vlanL3Info->vlanIntfId(), ipAddress});
+    bool exists = lookup.find();
+    const Arp::Table::ArpEntry& entry = lookup.record();
     TRACE(trace, 8, this,
           "vlanL3Info=" << vlanL3Info << " ipAddress=" << ipAddress
                         << " arpStatusEntry=" << (exists ? entry.toStrep() : "N/A"));

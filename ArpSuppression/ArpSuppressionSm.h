@@ -109,6 +109,8 @@ class ArpSuppressionSm final : public Vela::Entity {
     Vela::Ptr<ArpInputConfigTrigger> arpInputConfigTrigger_;
     Vela::Owned<Vela::RawTxPam> rawTxPam_;
     Vela::Ptr<VrfInterfaceWatch> fabricInterfaceWatch_;
+    uint32_t fetched_ = 0; // of the message that is expected
+    Vela::Reaction expectedReaction_;
     Vela::Reaction trappedRequestReaction_;
 };
 

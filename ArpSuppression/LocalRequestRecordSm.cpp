@@ -16,6 +16,8 @@ LocalRequestRecordSm::LocalRequestRecordSm(Vela::Ptr<Vela::TaskScheduler> schedu
       receivedRequestTrapV4_(std::move(receivedRequestTrapV4)),
       receivedRequestTrapV6_(std::move(receivedRequestTrapV6)),
       localRequestRecord_(std::move(localRequestRecord)) {
+    expectedV4_ = fetchExpected(*receivedRequestTrapV4_);
+    expectedV6_ = fetchExpected(*receivedRequestTrapV6_);
     trappedV4_ = receivedRequestTrapV4_->lastTrappedMessageAttribute().react(
         this, [this] { handleTrappedRequest(*receivedRequestTrapV4_); });
     trappedV6_ = receivedRequestTrapV6_->lastTrappedMessageAttribute().react(
@@ -29,6 +31,17 @@ void LocalRequestRecordSm::handleInitialized() {
 
 void LocalRequestRecordSm::handleDestroy() noexcept {
     TRACE(trace, 8, this, "handleDestroy");
+}
+
+Vela::Reaction LocalRequestRecordSm::fetchExpected(const MessageTrap& trap) {
+    return trap.expectedNotifier().react(this, [this](const MessageTrap::Expected& expected) {
+        const auto& entries = localRequestRecord_->entryCollection();
+        if (expected.step == MessageTrap::Expected::Step::first) {
+            fetched_ = entries.fetchSlot(expected.key);
+        } else {
+            entries.fetchNode(fetched_);
+        }
+    });
 }
 
 void LocalRequestRecordSm::handleTrappedRequest(const MessageTrap& trap) {

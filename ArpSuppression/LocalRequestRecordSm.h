@@ -27,12 +27,16 @@ class LocalRequestRecordSm final : public Vela::WalkSmBase {
     void traceEvent(Vela::TraceEvent event) override;
 
   private:
+    Vela::Reaction fetchExpected(const MessageTrap& trap);
     void handleTrappedRequest(const MessageTrap& trap);
 
     const Vela::Ptr<const MessageTrap> receivedRequestTrapV4_;
     const Vela::Ptr<const MessageTrap> receivedRequestTrapV6_;
     const Vela::Ptr<LocalRequestRecord> localRequestRecord_;
     const double ageLimit_ = 240.0; // seconds
+    uint64_t fetched_ = 0;          // of the message that is expected
+    Vela::Reaction expectedV4_;
+    Vela::Reaction expectedV6_;
     Vela::Reaction trappedV4_;
     Vela::Reaction trappedV6_;
 };

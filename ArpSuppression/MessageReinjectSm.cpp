@@ -94,8 +94,12 @@ Vela::WalkRet MessageReinjectSmBase::walk() {
 }
 
 int32_t MessageReinjectSmBase::writeFrame(std::span<const uint8_t> frame) {
-    auto written =
-        static_cast<int32_t>(write(fileDescriptor()->descriptor(), frame.data(), frame.size()));
+    int sock = fileDescriptor()->descriptor();
+    auto written = static_cast<int32_t>(write(sock, frame.data(), frame.size()));
+    if (written < 0 && errno == ENETDOWN) {
+        // That may be of the past: a device that went down and came up again leaves it behind.
+        written = static_cast<int32_t>(write(sock, frame.data(), frame.size()));
+    }
     if (written < 0 && errno == EAGAIN) {
         fileDescriptor()->writableDel();
     }

@@ -86,7 +86,11 @@ Vela::WalkRet MessageTrapSm::walk() {
                           << " errno="
                           << boost::system::error_code(errno, boost::system::system_category())
                                  .message());
+                bool deviceWentDown = errno == ENETDOWN;
                 arpSuppressionCounterStatus_->increment(Id::trapReadFailed);
+                if (deviceWentDown) {
+                    scheduleWalk(); // said once, in front of the frames that came before
+                }
             }
             break;
         }
@@ -282,6 +286,10 @@ void MessageTrapSm::createTrappedMessage(const MessageData& data, MessageType me
                                          const Zinc::IpGenAddr& senderIp,
                                          const Zinc::EthAddr& senderMac,
                                          const Zinc::IpGenAddr& targetIp) {
+    bool v4 = messageType == MessageType::request || messageType == MessageType::reply;
+    auto& receivedRequestTrap = v4 ? receivedRequestTrapV4_ : receivedRequestTrapV6_;
+    RemoteBindingKey target(Bridging::VlanId(vlanId), targetIp);
+    receivedRequestTrap->expect(target, MessageTrap::Expected::Step::first);
     TRACE(trace, 8, this, " attempting srcIntf lookup with srcIfIndex" << srcIfIndex);
     Zinc::IntfId srcIntfId;
     bool isCpuPort = false;
@@ -305,8 +313,8 @@ void MessageTrapSm::createTrappedMessage(const MessageData& data, MessageType me
                             << " srcintf=" << srcIfIndex << " srcIntfId" << srcIntfId
                             << " senderIp=" << senderIp << " senderMac=" << senderMac
                             << " targetIp=" << targetIp);
-    bool v4 = messageType == MessageType::request || messageType == MessageType::reply;
-    (v4 ? receivedRequestTrapV4_ : receivedRequestTrapV6_)->lastTrappedMessageIs(message);
+    receivedRequestTrap->expect(target, MessageTrap::Expected::Step::second);
+    receivedRequestTrap->lastTrappedMessageIs(message);
 }
 
 Vela::Ptr<SubInterfaceInfo> MessageTrapSm::getSubInterfaceInfo(Zinc::IntfId parent, VlanTag vlanTag,

@@ -91,9 +91,16 @@ Vela::WalkRet RemoteBindingStatusSm::walk() {
 
 Vela::WalkRet RemoteBindingStatusSm::remoteBindingConfigWalk() {
     TRACE(trace, 8, this, "remoteBindingConfigBookmark=" << remoteBindingConfigBookmark_);
-    uint32_t count = walkCollection(
-        remoteBindingConfig_->remoteBindingCollection(), remoteBindingConfigBookmark_,
-        [this](const RemoteBindingKey& key, const RemoteBinding&) { handleRemoteBinding(key); });
+    BindingsAhead ahead;
+    uint32_t count = walkCollection(remoteBindingConfig_->remoteBindingCollection(),
+                                    remoteBindingConfigBookmark_,
+                                    [&](const RemoteBindingKey&, const RemoteBinding& binding) {
+                                        ahead.bindings[ahead.count++] = binding;
+                                        if (ahead.count == ahead.bindings.size()) {
+                                            handleBindings(ahead);
+                                        }
+                                    });
+    handleBindings(ahead);
     if (destroyed()) {
         return {0, count};
     }
@@ -104,6 +111,35 @@ Vela::WalkRet RemoteBindingStatusSm::remoteBindingConfigWalk() {
         walkStage_ = WalkStage::remoteBindingStatusWalk;
     }
     return {1, count};
+}
+
+/// The tables of a million bindings lie outside the caches. What a few bindings need of them is
+/// asked for together, so that it is waited for once and not for each.
+void RemoteBindingStatusSm::handleBindings(BindingsAhead& ahead) {
+    struct Fetched {
+        uint64_t known;
+        uint64_t macToIp;
+        uint64_t ipToMac;
+    };
+    std::array<Fetched, BindingsAhead::most> fetched;
+    const size_t count = std::exchange(ahead.count, 0);
+    for (size_t i = 0; i < count; ++i) {
+        const auto& [key, macAddress, vxlan, localMultihomed] = ahead.bindings[i];
+        auto vlanL3Info = vlanL3InfoStatus_->vlanL3Info(key.vlanId());
+        fetched[i] = {
+            knownBinding_.fetchSlot(key),
+            remoteBindingStatus_->macToIpCollection().fetchSlot({key.vlanId(), macAddress}),
+            remoteBindingStatus_->ipToMacCollection().fetchSlot(
+                VrfIpAddress::fromVlanL3Info(vlanL3Info, key.ipAddress()))};
+    }
+    for (size_t i = 0; i < count; ++i) {
+        knownBinding_.fetchNode(fetched[i].known);
+        remoteBindingStatus_->macToIpCollection().fetchNode(fetched[i].macToIp);
+        remoteBindingStatus_->ipToMacCollection().fetchNode(fetched[i].ipToMac);
+    }
+    for (size_t i = 0; i < count && !destroyed(); ++i) {
+        handleRemoteBinding(ahead.bindings[i].key);
+    }
 }
 
 Vela::WalkRet RemoteBindingStatusSm::remoteBindingStatusWalk() {

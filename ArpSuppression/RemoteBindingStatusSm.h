@@ -6,6 +6,8 @@
 #include "Platform/Scheduler/WalkSmBase.h"
 #include "Platform/State/HashTable.h"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 
@@ -87,7 +89,15 @@ class RemoteBindingStatusSm final : public Vela::WalkSmBase {
     void handleRemoteBinding(const RemoteBindingKey& key);
     void handleVlanL3Info(Bridging::VlanId vlanId);
 
+    /// Met by the walk and not handled yet; a slice leaves none.
+    struct BindingsAhead {
+        static constexpr size_t most = 16;
+        std::array<RemoteBinding, most> bindings;
+        size_t count = 0;
+    };
+
     Vela::WalkRet remoteBindingConfigWalk();
+    void handleBindings(BindingsAhead& ahead);
     Vela::WalkRet remoteBindingStatusWalk();
     void updateIpToMac(const Vela::Ptr<RemoteIpToMac>& ipToMac);
 

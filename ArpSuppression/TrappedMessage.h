@@ -6,6 +6,7 @@
 #include "Platform/Value/EthAddr.h"
 #include "Platform/Value/IntfId.h"
 #include "Platform/Value/IpGenAddr.h"
+#include "Platform/Value/RemoteBindingKey.h"
 #include "Platform/Value/VlanId.h"
 
 #include <cstdint>
@@ -105,11 +106,22 @@ class MessageTrap final : public Vela::Entity {
         lastTrappedMessage_.setAlways(std::move(message));
     }
 
+    /// A message that is being made, by what it asks for. Who will look that up in a large table
+    /// asks memory for it meanwhile: at the first step for where the table is entered, at the
+    /// second for what that leads to. The message itself may yet fail to come.
+    struct Expected {
+        RemoteBindingKey key;
+        enum class Step : uint8_t { first, second } step;
+    };
+    const Vela::KeyNotifier<Expected>& expectedNotifier() const { return expected_; }
+    void expect(const RemoteBindingKey& key, Expected::Step step) { expected_.notify({key, step}); }
+
   protected:
     void handleDestroy() noexcept override;
 
   private:
     Vela::Attribute<Vela::Ptr<const TrappedMessage>> lastTrappedMessage_;
+    Vela::KeyNotifier<Expected> expected_;
 };
 
 /// The requests that wait to be sent out again, oldest first. Its limit follows the speed of who

@@ -65,6 +65,9 @@ Linux::LinuxConfiguration kernelSettings(const Configuration& configuration,
     for (const EvpnVlanConfiguration& vlan : configuration.evpn.vlans) {
         settings.dot1q.emplace(vlan.vlan, vlan.dot1q);
     }
+    for (const RemoteBindingConfiguration& binding : configuration.remoteBindings) {
+        settings.remoteBindings.emplace(binding.vlan, binding.ip);
+    }
     settings.bridgeMac = configuration.bridging.mac;
     settings.varpMac = configuration.fhrp.varpMac;
     return settings;

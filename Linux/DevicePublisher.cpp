@@ -31,7 +31,7 @@ void DevicePublisher::dumpState(Vela::DumpContext& context, int indent) const {
 }
 
 void DevicePublisher::configurationIs(LinuxConfiguration configuration) {
-    Changes& changes = backlog_;
+    Changes changes;
     changes.interfaces.insert(interfaces_.names().begin(), interfaces_.names().end());
     changes.vlans.merge(vlans_.vlans());
     devices_.configurationIs(std::move(configuration));
@@ -41,9 +41,8 @@ void DevicePublisher::configurationIs(LinuxConfiguration configuration) {
     updateVrfs();
     if (publishing_) {
         vlans_.updateMacAddresses();
-        settled_.set(changes.empty());
-        task_->schedule();
     }
+    applyLater(std::move(changes));
 }
 
 void DevicePublisher::netNsIs(const std::string& name) {
@@ -68,7 +67,7 @@ void DevicePublisher::netNsDel(const std::string& name) {
         gone->kernelNetInfo->interfaceDel(link.ifIndex);
         note(*gone, link, changes);
     });
-    apply(std::move(changes));
+    applyLater(std::move(changes)); // there may be thousands
 }
 
 void DevicePublisher::publish() {
@@ -150,9 +149,17 @@ void DevicePublisher::apply(Changes changes) {
         while (updateNext(changes)) {
         }
     } else {
-        backlog_.interfaces.merge(changes.interfaces);
-        backlog_.ports.merge(changes.ports);
-        backlog_.vlans.merge(changes.vlans);
+        applyLater(std::move(changes));
+    }
+}
+
+void DevicePublisher::applyLater(Changes changes) {
+    backlog_.interfaces.merge(changes.interfaces);
+    backlog_.ports.merge(changes.ports);
+    backlog_.vlans.merge(changes.vlans);
+    if (publishing_) {
+        settled_.set(backlog_.empty());
+        task_->schedule();
     }
 }
 

@@ -17,8 +17,9 @@ namespace Linux {
 /// Makes the switch's models of the kernel's devices and addresses: kernel interfaces per
 /// namespace, interfaces, routed interfaces, VRFs, and what bridges and their ports are to VLANs.
 ///
-/// What the kernel tells takes effect at once. Only what is there at the start, and what a changed
-/// configuration may change, is worked off by a task; until it is through, `settled` is false.
+/// What the kernel tells takes effect at once. Only what is there at the start, what a changed
+/// configuration may change and what goes with a namespace is worked off by a task; until it is
+/// through, `settled` is false.
 class DevicePublisher final : public Vela::Entity {
   public:
     /// What has to be asked from the kernel. Neither may come back here within the call.
@@ -42,7 +43,7 @@ class DevicePublisher final : public Vela::Entity {
     /// There is the namespace, which has no devices yet: its messages go to `links` and
     /// `addresses`. The program's own one is the first. Throws TableError.
     void netNsIs(const std::string& name);
-    /// There is it no more; nor are its devices.
+    /// There is it no more; nor are its VRFs, its devices and, soon, what they were to the switch.
     void netNsDel(const std::string& name);
     /// They last until the namespace goes.
     NetlinkConsumer& links(const std::string& netNs) { return devices_.netNs(netNs)->links; }
@@ -74,6 +75,7 @@ class DevicePublisher final : public Vela::Entity {
     void handleAddresses(const NetNs& netNs, uint32_t ifIndex);
     void note(const NetNs& netNs, const LinkMessage& link, Changes& changes) const;
     void apply(Changes changes);
+    void applyLater(Changes changes);
     bool updateNext(Changes& changes);
     Vela::SliceResult workOff();
     void updateVrfs();

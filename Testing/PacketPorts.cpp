@@ -27,7 +27,7 @@ PacketPorts::~PacketPorts() {
     Vela::packetSocketsIs(nullptr);
 }
 
-Vela::UniqueFd PacketPorts::open(uint16_t) {
+Vela::UniqueFd PacketPorts::open(uint16_t protocol) {
     if (openError != 0) {
         errno = openError;
         return {};
@@ -38,6 +38,10 @@ Vela::UniqueFd PacketPorts::open(uint16_t) {
         throw std::runtime_error("socketpair");
     }
     ++opened_;
+    senders_.erase(ends[0]); // the number may have been another socket's
+    if (protocol == 0) {
+        senders_[ends[0]] = 0;
+    }
     unbound_[ends[0]] = ports_.size();
     ports_.push_back({Vela::UniqueFd(ends[1])});
     return Vela::UniqueFd(ends[0]);
@@ -48,16 +52,20 @@ int PacketPorts::bind(int fd, uint16_t protocol, uint32_t ifIndex) {
         errno = bindError;
         return -1;
     }
-    ports_.at(unbound_.at(fd)).binding = {protocol, ifIndex};
+    if (auto sender = senders_.find(fd); sender != senders_.end()) {
+        sender->second = ifIndex;
+    } else {
+        ports_.at(unbound_.at(fd)).binding = {protocol, ifIndex};
+    }
     return 0;
 }
 
-bool PacketPorts::send(int, uint16_t, uint32_t ifIndex, std::span<const uint8_t> frame) {
+bool PacketPorts::send(int fd, uint16_t, uint32_t ifIndex, std::span<const uint8_t> frame) {
     if (sendError != 0) {
         errno = sendError;
         return false;
     }
-    sent_[ifIndex].emplace_back(frame.begin(), frame.end());
+    sent_[ifIndex != 0 ? ifIndex : senders_.at(fd)].emplace_back(frame.begin(), frame.end());
     return true;
 }
 

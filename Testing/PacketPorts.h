@@ -25,7 +25,7 @@ class PacketPorts final : public Vela::PacketSockets {
     void inject(uint32_t ifIndex, std::span<const uint8_t> frame);
     /// Takes what was written to sockets bound to the interface since the last call.
     std::vector<Frame> written(uint32_t ifIndex);
-    /// Takes what was sent out of the interface, without a socket bound to it.
+    /// Takes what was sent out of the interface, on a socket that receives nothing.
     std::vector<Frame> sent(uint32_t ifIndex);
 
     /// Forgets the ports of sockets that are closed, and what was written there.
@@ -56,7 +56,8 @@ class PacketPorts final : public Vela::PacketSockets {
     };
 
     std::vector<Port> ports_;
-    std::map<int, size_t> unbound_; // the near end's number to the index of its port
+    std::map<int, uint32_t> senders_; // the near end's number to the interface it is bound to
+    std::map<int, size_t> unbound_;   // the near end's number to the index of its port
     std::map<uint32_t, std::vector<Frame>> sent_;
     unsigned opened_ = 0;
 };

@@ -33,12 +33,8 @@ class LeafSwitch {
         agent_->platformIs({scheduler_, database_, false});
         agent_->doInit();
         turnUntilIdle();
-        // By hand, until the agent finds out by itself where suppression is active.
-        state_->arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
-        turnUntilIdle();
     }
     ~LeafSwitch() {
-        state_->arpSuppressionStatus->vlanIdDelAll();
         agent_->destroy();
         state_.reset();
         database_->destroy();

@@ -45,7 +45,7 @@ class Leaf {
         auto rootSm = arpSuppressionRootSmFactory(agent_->mounts(), physical, scheduler_);
         rootSm->runnableForTestIs(true);
         rootSm->handleRunnable();
-        activate();
+        settle();
         while (input.size() >= 2) {
             size_t length = std::min<size_t>(input[0] << 8 | input[1], input.size() - 2);
             if (length > 0) { // the ports take an empty frame for their end
@@ -58,7 +58,6 @@ class Leaf {
         Vela::DumpContext dump;
         rootSm->dumpState(dump, 0);
         assertThat(!dump.text().empty(), "!dump.text().empty()");
-        state_.arpSuppressionStatus->vlanIdDelAll();
         rootSm->destroy();
         settle();
         ports_.forgetClosed();
@@ -104,13 +103,9 @@ class Leaf {
         state_.intfEncapServiceIntf->parentIs(IntfId("Ethernet1"))
             ->subIntfIs(IntfId("Ethernet1.30"), Brant::IntfEncap({Bridging::VlanTag::dot1q, 30}));
     }
-    void activate() {
-        state_.arpSuppressionStatus->vlanIdIs(VlanId(10), true);
-        state_.arpSuppressionStatus->vlanIdIs(VlanId(20), false);
-        settle();
-    }
     void publishDevices() {
         Testing::routedVlanIs(state_, VlanId(10), 110);
+        state_.evpnStatus->vlanToDot1qIs(VlanId(20), {}); // not routed: nothing is suppressed there
         state_.ipStatus->ipIntfStatus(IntfId("Vlan10"))
             ->activeAddrWithMaskIs({Zinc::IpGenAddr("10.0.0.254"), 24});
         Testing::deviceIs(state_, "fabric", fabric);

@@ -5,6 +5,8 @@
 #include "Platform/Quarry/AttachedTable.h"
 #include "Platform/StateDb/PersistedImage.h"
 #include "Platform/Value/IntfNameTable.h"
+#include "Testing/IpCommand.h"
+#include "Testing/NamedNetNs.h"
 #include "tests/DaemonFixture.h"
 
 #include <algorithm>
@@ -193,6 +195,43 @@ TEST_F(DaemonTest, AReloadSaysWhatNeedsARestart) {
     stop();
     EXPECT_EQ(daemon_->errors().substr(before),
               "arpsupd: read " + file() + " again\narpsupd: stopping\n");
+}
+
+TEST_F(DaemonTest, OnLinuxTheKernelIsTheSwitch) {
+    Testing::enterOwnNamespaces();
+    Testing::ip({"link", "add", "br30", "address", "02:00:00:00:0b:0b", "type", "bridge"});
+    Testing::ip({"link", "add", "Vlan10", "address", "02:00:00:00:0b:0b", "type", "bridge"});
+    Testing::ip({"addr", "add", "10.10.0.1/24", "dev", "Vlan10"});
+    Testing::ip({"link", "add", "vx30", "type", "vxlan", "id", "30", "dstport", "4789"});
+    Testing::ip({"link", "set", "vx30", "master", "br30"});
+    configure("[linux]\n[[vrf]]\nname = \"blue\"\nnamespace = \"ns-blue\"\n");
+    start();
+    auto shows = [&](std::string_view piece) {
+        return eventually([&] { return holds(techSupport().output, piece); });
+    };
+    EXPECT_TRUE(shows("Linux::KernelSwitch complete=1"));
+    std::string dump = techSupport().output;
+    EXPECT_TRUE(holds(dump, "bridgeMacAddr=02:00:00:00:0b:0b")) << dump;
+    EXPECT_TRUE(holds(dump, "10.10.0.1/24")) << dump;
+    EXPECT_FALSE(holds(dump, "vlanBridge[30]"));
+
+    // What stands in the section counts at once, whether it is there only at the start.
+    configure("[linux]\n[[linux.vlan]]\nvlan = 30\nbridge = \"br30\"\n"
+              "[[vrf]]\nname = \"blue\"\nnamespace = \"ns-blue\"\n");
+    reload();
+    EXPECT_TRUE(shows("vlanBridge[30]"));
+    EXPECT_FALSE(holds(techSupport().output, "netNs[ns-blue]"));
+    {
+        Testing::NamedNetNs blue("ns-blue");
+        EXPECT_TRUE(shows("netNs[ns-blue]"));
+    }
+    EXPECT_TRUE(eventually([&] { return !holds(techSupport().output, "netNs[ns-blue]"); }));
+    configure();
+    reload();
+    EXPECT_TRUE(holds(daemon_->errors(), "used only after a restart: [linux]\n"));
+    EXPECT_TRUE(shows("vlanBridge[10]"));
+    EXPECT_FALSE(holds(techSupport().output, "netNs[ns-blue]"));
+    stop();
 }
 
 TEST_F(DaemonTest, TraceLevelsAreThoseOfTheConfiguration) {

@@ -350,10 +350,16 @@ TEST_F(ArpSuppressionSmTest, theTableIsThatOfTheFamilyAndTheDefaultStandsForNone
     neighborIs(remoteMac, "2001:db8::2");
     Arp::Table::ArpKey v4(Vrf::VrfId(0), IntfId("Vlan10"), IpGenAddr("10.0.0.2"));
     Arp::Table::ArpKey v6(Vrf::VrfId(0), IntfId("Vlan10"), IpGenAddr("2001:db8::2"));
-    EXPECT_EQ(ArpStatusHelper::lookup(*state().arpStatus, v4).macAddress, EthAddr(localMac));
-    EXPECT_EQ(ArpStatusHelper::lookup(*state().arpStatus, v6).macAddress, EthAddr(remoteMac));
+    auto entry = [&](const Arp::Table::ArpKey& key) {
+        auto lookup = ArpStatusHelper::lookup(*state().arpStatus, key);
+        bool found = lookup.find();
+        EXPECT_EQ(found, lookup.record() != Arp::Table::ArpEntry());
+        return lookup.record();
+    };
+    EXPECT_EQ(entry(v4).macAddress, EthAddr(localMac));
+    EXPECT_EQ(entry(v6).macAddress, EthAddr(remoteMac));
     state().arpStatus->entryDel(v4);
-    EXPECT_EQ(ArpStatusHelper::lookup(*state().arpStatus, v4), Arp::Table::ArpEntry());
+    EXPECT_EQ(entry(v4), Arp::Table::ArpEntry());
 }
 
 TEST_F(ArpSuppressionSmTest, whereAHostIsFollowsFromItsMacTableEntry) {

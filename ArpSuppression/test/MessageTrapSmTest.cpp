@@ -165,6 +165,31 @@ TEST_F(MessageTrapSmTest, neighborDiscoveryMessagesBecomeMessages) {
     }
 }
 
+TEST_F(MessageTrapSmTest, whatAMessageAsksForIsAnnouncedInTwoStepsBeforeIt) {
+    std::vector<std::string> order;
+    auto note = [&](const char* trap) {
+        return [&order, trap](const MessageTrap::Expected& expected) {
+            bool isFirst = expected.step == MessageTrap::Expected::Step::first;
+            order.push_back(trap + (" " + expected.key.toStrep()) + (isFirst ? " 1" : " 2"));
+        };
+    };
+    auto expectedV4 = trapV4->expectedNotifier().react(nullptr, note("v4"));
+    auto expectedV6 = trapV6->expectedNotifier().react(nullptr, note("v6"));
+    onMessage = [&] { order.push_back("message"); };
+    trap(TrapFrame{}.bytes());
+    EXPECT_EQ(order, (std::vector<std::string>{"v4 <vlanId=10 ipAddress=10.0.0.2> 1",
+                                               "v4 <vlanId=10 ipAddress=10.0.0.2> 2", "message"}));
+    order.clear();
+    trap(NdFrame{}.bytes());
+    EXPECT_EQ(order,
+              (std::vector<std::string>{"v6 <vlanId=10 ipAddress=2001:db8::2> 1",
+                                        "v6 <vlanId=10 ipAddress=2001:db8::2> 2", "message"}));
+    // What is refused leads to no message.
+    order.clear();
+    trap(first(TrapFrame{}.bytes(), 57));
+    EXPECT_TRUE(order.empty());
+}
+
 TEST_F(MessageTrapSmTest, aHostThatProbesForItsAddressHasNoneYet) {
     NdFrame frame;
     frame.src = IpGenAddr("::");

@@ -132,6 +132,23 @@ TEST_F(MessageTrapTest, AnnouncesEveryMessage) {
     EXPECT_EQ(seen, (std::vector<Message>{first, first, second, nullptr}));
 }
 
+TEST_F(MessageTrapTest, AnnouncesWhatIsExpectedAndKeepsNothingOfIt) {
+    using Step = MessageTrap::Expected::Step;
+    auto trap = Vela::make<MessageTrap>();
+    std::vector<MessageTrap::Expected> expected;
+    auto reaction = trap->expectedNotifier().react(
+        nullptr, [&](const MessageTrap::Expected& e) { expected.push_back(e); });
+    RemoteBindingKey key(Bridging::VlanId(10), Zinc::IpGenAddr("10.0.0.2"));
+    trap->expect(key, Step::first);
+    trap->expect(key, Step::second);
+    ASSERT_EQ(expected.size(), 2u);
+    EXPECT_EQ(expected[0].key, key);
+    EXPECT_EQ(expected[0].step, Step::first);
+    EXPECT_EQ(expected[1].key, key);
+    EXPECT_EQ(expected[1].step, Step::second);
+    EXPECT_EQ(trap->lastTrappedMessage(), nullptr);
+}
+
 TEST_F(MessageTrapTest, LetsGoOfItsMessageAtItsEnd) {
     auto trap = make<MessageTrap>();
     trap->lastTrappedMessageIs(message(10));

@@ -30,6 +30,10 @@ name = "blue"
 namespace = "ns-blue"
 [[vrf]]
 name = "default"
+[[remote_binding]]
+vlan = 30
+ip = "10.30.0.9"
+mac = "02:00:00:00:30:09"
 [[interface]]
 name = "Ethernet1"
 device = "et1"
@@ -50,6 +54,7 @@ vrf = "blue"
     expected.bridges = {{VlanId(30), "br30"}};
     expected.vlanVrfs = {{VlanId(20), "blue"}};
     expected.interfaces = {{{"default", "et1"}, "Ethernet1"}, {{"ns-blue", "up"}, "Uplink"}};
+    expected.remoteBindings = {{VlanId(30), Zinc::IpGenAddr("10.30.0.9")}};
     expected.segments = {"Ethernet2"};
     expected.dot1q = {{VlanId(10), {}}, {VlanId(20), VlanId(200)}};
     expected.bridgeMac = Zinc::EthAddr("02:00:00:00:00:01");

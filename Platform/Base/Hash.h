@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 
@@ -16,6 +18,14 @@ class IncrementalHash {
 
     void mix(uint64_t part) { state_ = fold(state_ ^ part, 0xD6E8FEB86659FD93ull); }
     void mixBytes(std::span<const uint8_t> bytes);
+    /// The same for a few bytes whose number is known.
+    template <size_t N>
+    requires(N <= sizeof(uint64_t)) void mixBytes(const std::array<uint8_t, N>& bytes) {
+        uint64_t word = 0;
+        std::memcpy(&word, bytes.data(), N);
+        mix(N);
+        mix(word);
+    }
     void mixText(std::string_view text);
 
     uint64_t result() const { return fold(state_ ^ 0xA0761D6478BD642Full, 0xE7037ED1A0B428DBull); }

@@ -30,8 +30,9 @@ class KernelSockets final : public PacketSockets {
     bool send(int fd, uint16_t protocol, uint32_t ifIndex,
               std::span<const uint8_t> frame) override {
         sockaddr_ll address = linkLayerAddress(protocol, ifIndex);
-        ssize_t sent = sendto(fd, frame.data(), frame.size(), MSG_DONTWAIT, asSockaddr(address),
-                              sizeof address);
+        ssize_t sent =
+            sendto(fd, frame.data(), frame.size(), MSG_DONTWAIT,
+                   ifIndex != 0 ? asSockaddr(address) : nullptr, ifIndex != 0 ? sizeof address : 0);
         return sent == static_cast<ssize_t>(frame.size());
     }
 

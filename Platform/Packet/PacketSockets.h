@@ -18,7 +18,9 @@ class PacketSockets {
     virtual UniqueFd open(uint16_t protocol) = 0;
     /// Restricts a socket to one interface. Returns 0, or -1.
     virtual int bind(int fd, uint16_t protocol, uint32_t ifIndex) = 0;
-    /// Sends a whole frame out of an interface. Returns whether the kernel took it.
+    /// Sends a whole frame out of an interface, or with index 0 out of the one that the socket is
+    /// bound to, filed under the protocol that the frame names itself. Returns whether the kernel
+    /// took it.
     virtual bool send(int fd, uint16_t protocol, uint32_t ifIndex,
                       std::span<const uint8_t> frame) = 0;
 };

@@ -9,6 +9,10 @@
 
 namespace Vela {
 
+namespace {
+constexpr uint16_t allProtocols = 3;
+}
+
 void RawTxPam::formatDerivedType(std::ostream& out) const {
     out << name_;
 }
@@ -23,6 +27,7 @@ void RawTxPam::enabledIs(bool enabled) {
         return;
     }
     fd_.reset();
+    boundTo_ = 0;
     if (enabled) {
         // Protocol 0: the kernel queues nothing on a socket that is only written to.
         fd_ = packetSockets().open(0);
@@ -38,7 +43,30 @@ bool RawTxPam::transmit(const Pkt& pkt, uint32_t ifIndex) {
         errno = ENOTCONN;
         return false;
     }
-    return packetSockets().send(fd_.get(), ethProtocol_, ifIndex, pkt.bytes());
+    if (ethProtocol_ != allProtocols) {
+        return packetSockets().send(fd_.get(), ethProtocol_, ifIndex, pkt.bytes());
+    }
+    if (sendBound(pkt, ifIndex)) {
+        return true;
+    }
+    if (errno != ENXIO) {
+        return false;
+    }
+    // The device that the socket was bound to is gone; there may be another one with its index.
+    boundTo_ = 0;
+    return sendBound(pkt, ifIndex);
+}
+
+bool RawTxPam::sendBound(const Pkt& pkt, uint32_t ifIndex) {
+    if (boundTo_ != ifIndex) {
+        boundTo_ = 0;
+        // Still protocol 0: it receives nothing there, either.
+        if (packetSockets().bind(fd_.get(), 0, ifIndex) != 0) {
+            return false;
+        }
+        boundTo_ = ifIndex;
+    }
+    return packetSockets().send(fd_.get(), ethProtocol_, 0, pkt.bytes());
 }
 
 } // namespace Vela

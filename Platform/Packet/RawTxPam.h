@@ -21,7 +21,7 @@ class RawTxPam final : public Entity {
     const std::string& name() const { return name_; }
 
     /// The Ethernet protocol that the kernel files sent frames under, in host byte order; 3 for
-    /// all.
+    /// what each frame says itself.
     uint16_t ethProtocol() const { return ethProtocol_; }
     void ethProtocolIs(uint16_t protocol) { ethProtocol_ = protocol; }
 
@@ -30,16 +30,20 @@ class RawTxPam final : public Entity {
     void enabledIs(bool enabled);
 
     /// Sends the packet out of the interface with this kernel index. Returns whether it went, and
-    /// if not, leaves the reason in `errno`.
+    /// if not, leaves the reason in `errno`. Quickest from one interface again and again: the
+    /// socket stays bound to it.
     bool transmit(const Pkt& pkt, uint32_t ifIndex);
 
   protected:
     void handleDestroy() noexcept override { fd_.reset(); }
 
   private:
+    bool sendBound(const Pkt& pkt, uint32_t ifIndex);
+
     const std::string name_;
     uint16_t ethProtocol_ = 0;
     UniqueFd fd_;
+    uint32_t boundTo_ = 0; // an interface's index; 0: not bound
 };
 
 } // namespace Vela

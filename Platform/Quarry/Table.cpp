@@ -5,6 +5,7 @@
 #include "Platform/State/DumpContext.h"
 
 #include <algorithm>
+#include <array>
 #include <ostream>
 
 namespace Quarry {
@@ -127,6 +128,25 @@ bool CollectionFile::incrementWord(uint32_t hash, const uint64_t* key, size_t wo
         log(key);
     }
     return incremented;
+}
+
+std::optional<uint32_t> CollectionFile::placeOf(uint32_t hash, const uint64_t* key) const {
+    return writer_.place(hash, key);
+}
+
+void CollectionFile::incrementWordAt(uint32_t place, size_t word, bool observed) {
+    if (closed_) {
+        return;
+    }
+    writer_.incrementAt(place, word);
+    if (observed) {
+        std::array<uint64_t, Format::pageBytes / sizeof(uint64_t)> key;
+        const std::atomic<uint64_t>* words = TableMapping::payload(mapping_.record(place));
+        for (size_t i = 0; i < mapping_.keyWords(); ++i) {
+            key[i] = words[i].load(std::memory_order_relaxed);
+        }
+        log(key.data());
+    }
 }
 
 void CollectionFile::listenTo(ChangeListener& listener) {

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -47,8 +48,15 @@ struct Words {
     using Array = std::array<uint64_t, count>;
 
     static Array from(const T& value) {
-        Array words{};
-        std::memcpy(words.data(), &value, sizeof value);
+        Array words;
+        size_t whole = sizeof value / sizeof(uint64_t) * sizeof(uint64_t);
+        std::memcpy(words.data(), &value, whole);
+        if constexpr (sizeof value % sizeof(uint64_t) != 0) {
+            uint64_t last = 0;
+            auto bytes = static_cast<const std::byte*>(static_cast<const void*>(&value));
+            std::memcpy(&last, bytes + whole, sizeof value - whole);
+            words.back() = last;
+        }
         return words;
     }
     static T to(const Array& words) {
@@ -101,6 +109,9 @@ class ReadTrouble {
     ~ReadTrouble() = default;
 };
 
+template <TableRecord R>
+class RecordLookup;
+
 /// Reads the records of one table. What cannot be read right is reported and counts as absent.
 template <TableRecord R>
 class RecordReading {
@@ -124,6 +135,16 @@ class RecordReading {
     }
     /// The same; a default-constructed one when absent.
     R value(const Key& key) const { return find(key).value_or(R()); }
+    /// Asks memory for what a lookup of the key reads first; `fetchRecord` with what this returns,
+    /// once that is there, for what is read second. Neither is needed for a lookup.
+    uint32_t fetchBucket(const Key& key) const {
+        uint32_t hash = hashOf(key);
+        view_.fetchBucket(hash);
+        return hash;
+    }
+    void fetchRecord(uint32_t fetched) const { view_.fetchRecord(fetched); }
+    /// The same as `find`, in steps.
+    RecordLookup<R> lookup(const Key& key) const { return RecordLookup<R>(*this, key); }
 
     /// Every entry that stays is met, in an order of no meaning.
     Cursor first() const {
@@ -150,6 +171,8 @@ class RecordReading {
     }
 
   private:
+    friend class RecordLookup<R>;
+
     std::optional<R> record(Outcome outcome, const typename Words<R>::Array& payload) const {
         if (outcome == Outcome::found) [[likely]] {
             return Words<R>::to(payload);
@@ -172,6 +195,51 @@ class RecordReading {
     const TableMapping& mapping_;
     const TableView view_;
     const ReadTrouble& trouble_;
+};
+
+/// Looks up one key in steps. Each of them asks memory for what the next one reads, and a table
+/// that outgrew the processor's caches answers while the caller does something else.
+template <TableRecord R>
+class RecordLookup {
+  public:
+    using Key = typename R::Key;
+
+    /// The first step. The table's collection must outlive the lookup.
+    RecordLookup(const RecordReading<R>& reading, const Key& key)
+        : reading_(reading), key_(Words<Key>::from(key)), hash_(reading.hashOf(key)) {
+        new (payload_.data()) R();
+        reading_.view_.fetchBucket(hash_);
+    }
+    RecordLookup(const RecordLookup&) = delete;
+    RecordLookup& operator=(const RecordLookup&) = delete;
+
+    /// The second step, which may be left out.
+    void advance() const { reading_.view_.fetchRecord(hash_); }
+
+    /// The last step: copies the record. Returns whether there is one.
+    bool find() {
+        Outcome outcome = reading_.view_.find(hash_, key_.data(), payload_.data());
+        if (outcome == Outcome::found) [[likely]] {
+            return true;
+        }
+        if (outcome != Outcome::absent) {
+            reading_.trouble_.handleTrouble(outcome);
+        }
+        new (payload_.data()) R();
+        return false;
+    }
+    /// What was found, where the table's words were written to: copying them once more at once
+    /// would wait until all of them have reached the cache. The default-constructed record until
+    /// then and when absent.
+    const R& record() const {
+        return *std::launder(static_cast<const R*>(static_cast<const void*>(payload_.data())));
+    }
+
+  private:
+    const RecordReading<R>& reading_;
+    const typename Words<Key>::Array key_;
+    const uint32_t hash_;
+    alignas(uint64_t) std::array<std::byte, Words<R>::count * sizeof(uint64_t)> payload_;
 };
 
 /// The file of a collection in the process that writes it.
@@ -201,6 +269,8 @@ class CollectionFile : public ReadTrouble {
     bool write(uint32_t hash, const uint64_t* payload, bool observed);
     bool remove(uint32_t hash, const uint64_t* key, bool observed);
     bool incrementWord(uint32_t hash, const uint64_t* key, size_t word, bool observed);
+    std::optional<uint32_t> placeOf(uint32_t hash, const uint64_t* key) const;
+    void incrementWordAt(uint32_t place, size_t word, bool observed);
     void listenTo(ChangeListener& listener);
 
   private:
@@ -246,10 +316,19 @@ class TableCollection final : public CollectionFile, public RecordReading<R>, Ch
     /// Adds 1 to the 64-bit number at `offset` bytes of a record, behind its key. Returns whether
     /// there is such a record.
     bool increment(const Key& key, size_t offset) {
-        Vela::assertThat(offset % 8 == 0 && offset >= sizeof(Key) && offset + 8 <= sizeof(R),
-                         "offset + 8 <= sizeof(R)");
         auto words = Words<Key>::from(key);
-        return incrementWord(this->hashOf(key), words.data(), offset / 8, notifier_.observed());
+        return incrementWord(this->hashOf(key), words.data(), wordAt(offset), notifier_.observed());
+    }
+
+    /// Where the record of a key stands, and stays until it is removed: who changes one again and
+    /// again need not look it up.
+    std::optional<uint32_t> place(const Key& key) const {
+        auto words = Words<Key>::from(key);
+        return placeOf(this->hashOf(key), words.data());
+    }
+    /// The same as `increment`, for the record at its place.
+    void incrementAt(uint32_t place, size_t offset) {
+        incrementWordAt(place, wordAt(offset), notifier_.observed());
     }
 
     /// See NotifierBase. The callable takes the key. What changed before is not announced, unless
@@ -260,6 +339,11 @@ class TableCollection final : public CollectionFile, public RecordReading<R>, Ch
     }
 
   private:
+    static size_t wordAt(size_t offset) {
+        Vela::assertThat(offset % 8 == 0 && offset >= sizeof(Key) && offset + 8 <= sizeof(R),
+                         "offset + 8 <= sizeof(R)");
+        return offset / 8;
+    }
     void handleChange(const uint64_t* key) override {
         typename Words<Key>::Array words;
         std::copy_n(key, words.size(), words.begin());

@@ -1,6 +1,7 @@
 #include "Platform/Quarry/TableView.h"
 
 #include <chrono>
+#include <cstring>
 #include <sched.h>
 
 namespace Quarry {
@@ -45,19 +46,72 @@ const char* toString(Outcome outcome) {
 // read while it was written has at least one word that was stored after the odd number, and finds
 // the number changed.
 
-TableView::Step TableView::locate(const Target& target, uint64_t* payload) const {
-    const auto& unlinks = mapping_.header().unlinks;
+/// The sequence number once it is even.
+inline std::optional<uint32_t> TableView::stableSequence(const Format::Record& record) const {
+    uint32_t sequence = record.sequence.load(acquire);
+    if (sequence % 2 == 0) [[likely]] {
+        return sequence;
+    }
+    return awaitStableSequence(record);
+}
+
+std::optional<uint32_t> TableView::awaitStableSequence(const Format::Record& record) const {
+    const auto deadline = std::chrono::steady_clock::now() + longestWrite;
     while (true) {
-        uint64_t before = unlinks.load(acquire);
-        Step step = walk(target, payload);
-        if (unlinks.load(acquire) == before) [[likely]] {
-            return step;
+        // In a closed table nobody will finish the record.
+        bool last = mapping_.header().closed.load(acquire) != 0 ||
+                    std::chrono::steady_clock::now() > deadline;
+        uint32_t sequence = record.sequence.load(acquire);
+        if (sequence % 2 == 0) {
+            return sequence;
         }
+        if (last) {
+            return std::nullopt;
+        }
+        sched_yield();
+    }
+}
+
+inline Outcome TableView::readRecord(const Format::Record& record, void* payload) const {
+    const std::atomic<uint64_t>* words = TableMapping::payload(record);
+    while (std::optional<uint32_t> sequence = stableSequence(record)) {
+        for (size_t i = 0; i < mapping_.payloadWords(); ++i) {
+            uint64_t word = words[i].load(acquire);
+            std::memcpy(static_cast<std::byte*>(payload) + i * sizeof word, &word, sizeof word);
+        }
+        if (record.sequence.load(acquire) == *sequence) [[likely]] {
+            return Outcome::found;
+        }
+    }
+    return Outcome::writerDead;
+}
+
+/// Less than 0, 0 or more: how the front of `payload` compares with `key` in the table's order.
+inline int TableView::compareKeys(const void* payload, const uint64_t* key) const {
+    size_t last = mapping_.keyWords() - 1;
+    for (size_t i = 0; i <= last; ++i) {
+        uint64_t mask = i == last ? mapping_.lastKeyMask() : ~uint64_t{0};
+        uint64_t mine;
+        std::memcpy(&mine, static_cast<const std::byte*>(payload) + i * sizeof mine, sizeof mine);
+        mine &= mask;
+        uint64_t other = key[i] & mask;
+        if (mine != other) {
+            return mine < other ? -1 : 1;
+        }
+    }
+    return 0;
+}
+
+/// A walk asks next for what a link leads to, which it would have to wait for.
+void TableView::approach(uint32_t link) const {
+    if (!(link & Format::bucketLink) && link - 1 < mapping_.capacity()) {
+        __builtin_prefetch(&mapping_.record(link - 1));
     }
 }
 
 /// Follows the list from the target's bucket. Beside a removal the outcome can be any.
-TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
+template <TableView::Which which>
+TableView::Step TableView::walk(uint32_t targetHash, const uint64_t* key, void* payload) const {
     constexpr Step absent{Outcome::absent, 0};
     constexpr Step corrupt{Outcome::corrupt, 0};
     const Format::Header& header = mapping_.header();
@@ -65,8 +119,8 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
     if (bucketCount == 0 || bucketCount > mapping_.bucketCapacity()) {
         return corrupt;
     }
-    const uint32_t wanted = reversed(target.hash);
-    const uint32_t start = bucketOf(target.hash, bucketCount);
+    const uint32_t wanted = reversed(targetHash);
+    const uint32_t start = bucketOf(targetHash, bucketCount);
     uint32_t link = mapping_.bucket(start).load(acquire);
     uint32_t order = reversed(start); // of the node passed last
     uint32_t bucketOrder = order;     // of the bucket passed last
@@ -91,7 +145,7 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
                 return corrupt;
             }
             order = bucketOrder = reversed(number);
-            if (target.which == Which::same && order > wanted) {
+            if (which == Which::same && order > wanted) {
                 return absent;
             }
             link = mapping_.bucket(number).load(acquire);
@@ -103,10 +157,10 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
         }
         const Format::Record& record = mapping_.record(number);
         uint32_t hash = record.hash.load(acquire);
-        if (hash == target.hash && target.which == Which::same) [[likely]] {
+        if (hash == targetHash && which == Which::same) [[likely]] {
             // What was asked for needs no look at the order, and other keys of its hash are rare.
             Outcome outcome = readRecord(record, payload);
-            if (outcome != Outcome::found || compareKeys(payload, target.key) == 0) {
+            if (outcome != Outcome::found || compareKeys(payload, key) == 0) {
                 return {outcome, hash};
             }
         }
@@ -114,19 +168,20 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
             return corrupt;
         }
         order = reversed(hash);
-        if (order > wanted && target.which == Which::same) {
+        if (order > wanted && which == Which::same) {
             return absent;
         }
         if (order >= wanted) {
             Outcome outcome = readRecord(record, payload);
-            if (outcome != Outcome::found || order > wanted || target.which == Which::any) {
+            if (outcome != Outcome::found || order > wanted || which == Which::any) {
+                approach(record.next.load(acquire));
                 return {outcome, hash};
             }
-            int compared = compareKeys(payload, target.key);
+            int compared = compareKeys(payload, key);
             if (compared > 0) {
-                return target.which == Which::same ? absent : Step{Outcome::found, hash};
+                return which == Which::same ? absent : Step{Outcome::found, hash};
             }
-            if (compared == 0 && target.which != Which::above) {
+            if (compared == 0 && which != Which::above) {
                 return {Outcome::found, hash};
             }
         }
@@ -135,53 +190,53 @@ TableView::Step TableView::walk(const Target& target, uint64_t* payload) const {
     return missedBucketOf(~0u) ? corrupt : absent;
 }
 
-Outcome TableView::readRecord(const Format::Record& record, uint64_t* payload) const {
-    const std::atomic<uint64_t>* words = TableMapping::payload(record);
-    while (std::optional<uint32_t> sequence = stableSequence(record)) {
-        for (size_t i = 0; i < mapping_.payloadWords(); ++i) {
-            payload[i] = words[i].load(acquire);
-        }
-        if (record.sequence.load(acquire) == *sequence) [[likely]] {
-            return Outcome::found;
-        }
-    }
-    return Outcome::writerDead;
-}
-
-/// The sequence number once it is even.
-std::optional<uint32_t> TableView::stableSequence(const Format::Record& record) const {
-    uint32_t sequence = record.sequence.load(acquire);
-    if (sequence % 2 == 0) [[likely]] {
-        return sequence;
-    }
-    const auto deadline = std::chrono::steady_clock::now() + longestWrite;
+template <TableView::Which which>
+TableView::Step TableView::locate(uint32_t targetHash, const uint64_t* key, void* payload) const {
+    const auto& unlinks = mapping_.header().unlinks;
     while (true) {
-        // In a closed table nobody will finish the record.
-        bool last = mapping_.header().closed.load(acquire) != 0 ||
-                    std::chrono::steady_clock::now() > deadline;
-        sequence = record.sequence.load(acquire);
-        if (sequence % 2 == 0) {
-            return sequence;
+        uint64_t before = unlinks.load(acquire);
+        Step step = walk<which>(targetHash, key, payload);
+        if (unlinks.load(acquire) == before) [[likely]] {
+            return step;
         }
-        if (last) {
-            return std::nullopt;
-        }
-        sched_yield();
     }
 }
 
-/// Less than 0, 0 or more: how the front of `payload` compares with `key` in the table's order.
-int TableView::compareKeys(const uint64_t* payload, const uint64_t* key) const {
-    size_t last = mapping_.keyWords() - 1;
-    for (size_t i = 0; i <= last; ++i) {
-        uint64_t mask = i == last ? mapping_.lastKeyMask() : ~uint64_t{0};
-        uint64_t mine = payload[i] & mask;
-        uint64_t other = key[i] & mask;
-        if (mine != other) {
-            return mine < other ? -1 : 1;
-        }
+void TableView::fetchBucket(uint32_t hash) const {
+    uint32_t bucketCount = mapping_.header().bucketCount.load(acquire);
+    if (bucketCount != 0 && bucketCount <= mapping_.bucketCapacity()) {
+        __builtin_prefetch(&mapping_.bucket(bucketOf(hash, bucketCount)));
     }
-    return 0;
+}
+
+void TableView::fetchRecord(uint32_t hash) const {
+    uint32_t bucketCount = mapping_.header().bucketCount.load(acquire);
+    if (bucketCount == 0 || bucketCount > mapping_.bucketCapacity()) {
+        return;
+    }
+    uint32_t link = mapping_.bucket(bucketOf(hash, bucketCount)).load(acquire);
+    if (link != 0 && link <= mapping_.capacity()) { // that of a record
+        const Format::Record& record = mapping_.record(link - 1);
+        __builtin_prefetch(&record);
+        // It may begin near the end of a cache line.
+        __builtin_prefetch(TableMapping::payload(record) + mapping_.payloadWords() - 1);
+    }
+}
+
+Outcome TableView::find(uint32_t hash, const uint64_t* key, void* payload) const {
+    return locate<Which::same>(hash, key, payload).outcome;
+}
+
+TableView::Step TableView::first(void* payload) const {
+    return locate<Which::any>(0, nullptr, payload);
+}
+
+TableView::Step TableView::atOrAfter(uint32_t hash, const uint64_t* key, void* payload) const {
+    return locate<Which::notBelow>(hash, key, payload);
+}
+
+TableView::Step TableView::after(uint32_t hash, const uint64_t* key, void* payload) const {
+    return locate<Which::above>(hash, key, payload);
 }
 
 } // namespace Quarry

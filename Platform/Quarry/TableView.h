@@ -26,10 +26,12 @@ class TableView {
     /// The mapping must outlive the view.
     explicit TableView(const TableMapping& mapping) : mapping_(mapping) {}
 
-    /// Copies the payload of the record with this key.
-    Outcome find(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
-        return locate({hash, key, Which::same}, payload).outcome;
-    }
+    /// Ask memory for what `find` will read first, and, once that is there, for what it leads to.
+    void fetchBucket(uint32_t hash) const;
+    void fetchRecord(uint32_t hash) const;
+    /// Copies the payload of the record with this key. Otherwise nothing of what is left there
+    /// means anything.
+    Outcome find(uint32_t hash, const uint64_t* key, void* payload) const;
 
     /// A record come upon in the table's order, with the hash it stands under: who knows how keys
     /// are hashed can tell whether that is right.
@@ -38,31 +40,27 @@ class TableView {
         uint32_t hash;
     };
     /// The first record in the table's order.
-    Step first(uint64_t* payload) const { return locate({0, nullptr, Which::any}, payload); }
+    Step first(void* payload) const;
     /// The first record that is not below the key.
-    Step atOrAfter(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
-        return locate({hash, key, Which::notBelow}, payload);
-    }
+    Step atOrAfter(uint32_t hash, const uint64_t* key, void* payload) const;
     /// The first record above the key.
-    Step after(uint32_t hash, const uint64_t* key, uint64_t* payload) const {
-        return locate({hash, key, Which::above}, payload);
-    }
+    Step after(uint32_t hash, const uint64_t* key, void* payload) const;
 
     uint32_t entries() const { return mapping_.header().entries.load(std::memory_order_acquire); }
 
   private:
     enum class Which : uint8_t { same, any, notBelow, above };
-    struct Target {
-        uint32_t hash;
-        const uint64_t* key;
-        Which which;
-    };
 
-    Step locate(const Target& target, uint64_t* payload) const;
-    Step walk(const Target& target, uint64_t* payload) const;
-    Outcome readRecord(const Format::Record& record, uint64_t* payload) const;
+    // Compiled once per kind: the looking up of a key is not to pay for the others.
+    template <Which which>
+    Step locate(uint32_t targetHash, const uint64_t* key, void* payload) const;
+    template <Which which>
+    Step walk(uint32_t targetHash, const uint64_t* key, void* payload) const;
+    void approach(uint32_t link) const;
+    Outcome readRecord(const Format::Record& record, void* payload) const;
     std::optional<uint32_t> stableSequence(const Format::Record& record) const;
-    int compareKeys(const uint64_t* payload, const uint64_t* key) const;
+    std::optional<uint32_t> awaitStableSequence(const Format::Record& record) const;
+    int compareKeys(const void* payload, const uint64_t* key) const;
 
     const TableMapping& mapping_;
 };

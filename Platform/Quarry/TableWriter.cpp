@@ -51,14 +51,23 @@ Written TableWriter::set(uint32_t hash, const uint64_t* payload) {
 }
 
 bool TableWriter::increment(uint32_t hash, const uint64_t* key, size_t word) {
+    std::optional<uint32_t> found = place(hash, key);
+    if (found) {
+        incrementAt(*found, word);
+    }
+    return found.has_value();
+}
+
+std::optional<uint32_t> TableWriter::place(uint32_t hash, const uint64_t* key) const {
     bool found = false;
     std::atomic<uint32_t>& link = findLink(hash, key, found);
-    if (found) {
-        // A single word is whole at any time: readers need not be kept off.
-        add(TableMapping::payload(mapping_.record(link.load(own) - 1))[word], uint64_t{1});
-        changed();
-    }
-    return found;
+    return found ? std::optional(link.load(own) - 1) : std::nullopt;
+}
+
+void TableWriter::incrementAt(uint32_t place, size_t word) {
+    // A single word is whole at any time: readers need not be kept off.
+    add(TableMapping::payload(mapping_.record(place))[word], uint64_t{1});
+    changed();
 }
 
 bool TableWriter::del(uint32_t hash, const uint64_t* key) {

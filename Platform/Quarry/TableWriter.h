@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace Quarry {
 
@@ -31,6 +32,10 @@ class TableWriter {
     Written set(uint32_t hash, const uint64_t* payload);
     /// Adds 1 to one word of an entry's payload, behind its key. Returns whether there is one.
     bool increment(uint32_t hash, const uint64_t* key, size_t word);
+    /// Where an entry stands, and stays until it is removed.
+    std::optional<uint32_t> place(uint32_t hash, const uint64_t* key) const;
+    /// The same as `increment`, for the entry that stands there.
+    void incrementAt(uint32_t place, size_t word);
     /// Returns whether there was such an entry.
     bool del(uint32_t hash, const uint64_t* key);
 

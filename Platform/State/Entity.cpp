@@ -64,15 +64,15 @@ void Entity::formatTraceObject(std::ostream& out) const {
     out << ')';
 }
 
-void intrusive_ptr_release(const Entity* entity) noexcept {
-    if (entity->references_ == 1 && !entity->destroyed_) {
+void Entity::releaseLast() const noexcept {
+    if (!destroyed_) {
         // Still counted while its life ends, so that handleDestroy may pass the object around.
-        const_cast<Entity*>(entity)->endLife();
+        const_cast<Entity*>(this)->endLife();
     }
-    if (--entity->references_ == 0) {
+    if (--references_ == 0) {
         // Counted again, so that what ends with it may pass it around and not free it twice.
-        entity->references_ = 1;
-        delete entity;
+        references_ = 1;
+        delete this;
     }
 }
 

@@ -79,6 +79,7 @@ class Entity {
 
     void initialize() { handleInitialized(); }
     void endLife() noexcept;
+    void releaseLast() const noexcept;
 
     mutable uint32_t references_ = 1; // the first is make's
     bool destroyed_ = false;
@@ -87,6 +88,13 @@ class Entity {
 
 inline void intrusive_ptr_add_ref(const Entity* entity) noexcept {
     ++entity->references_;
+}
+inline void intrusive_ptr_release(const Entity* entity) noexcept {
+    if (entity->references_ == 1) [[unlikely]] {
+        entity->releaseLast();
+    } else {
+        --entity->references_;
+    }
 }
 
 /// The one way to create an entity.

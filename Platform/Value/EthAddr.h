@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -26,7 +27,7 @@ class EthAddr {
     static EthAddr fromValue(Vela::ValueParser& parser);
 
     constexpr const Bytes& bytes() const { return bytes_; }
-    constexpr bool isZero() const { return bytes_ == Bytes{}; }
+    constexpr bool isZero() const { return *this == EthAddr(); }
     /// The group bit: true for the broadcast address as well.
     constexpr bool isMulticast() const { return (bytes_[0] & 1) != 0; }
 
@@ -34,7 +35,11 @@ class EthAddr {
     std::string toStrep() const;
     std::string valueToStrep() const;
 
-    friend constexpr bool operator==(const EthAddr&, const EthAddr&) = default;
+    friend constexpr bool operator==(const EthAddr& a, const EthAddr& b) {
+        auto words = std::bit_cast<std::array<uint16_t, 3>>(a.bytes_);
+        auto others = std::bit_cast<std::array<uint16_t, 3>>(b.bytes_);
+        return ((words[0] ^ others[0]) | (words[1] ^ others[1]) | (words[2] ^ others[2])) == 0;
+    }
     friend constexpr std::strong_ordering operator<=>(const EthAddr&, const EthAddr&) = default;
     friend std::ostream& operator<<(std::ostream& out, const EthAddr& v) {
         return out << v.valueToStrep();

@@ -1,6 +1,5 @@
 #include "Platform/Value/IntfId.h"
 
-#include "Platform/Base/Hash.h"
 #include "Platform/Base/Strep.h"
 #include "Platform/Base/ValueParser.h"
 #include "Platform/Value/IntfNameTable.h"
@@ -72,12 +71,6 @@ uint32_t IntfId::vlanNumber() const {
     auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     bool fits = result.ec == std::errc();
     return fits ? number : std::numeric_limits<uint32_t>::max();
-}
-
-uint64_t IntfId::hash(uint64_t seed) const {
-    Vela::IncrementalHash hash(seed);
-    hash.mix(handle_);
-    return hash.result();
 }
 
 std::string IntfId::valueToStrep() const {

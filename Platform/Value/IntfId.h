@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Base/Hash.h"
+
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -36,7 +38,11 @@ class IntfId {
     /// no VLAN here is none for VlanId either.
     uint32_t vlanNumber() const;
 
-    uint64_t hash(uint64_t seed) const;
+    uint64_t hash(uint64_t seed) const {
+        Vela::IncrementalHash hash(seed);
+        hash.mix(handle_);
+        return hash.result();
+    }
     std::string toStrep() const { return std::string(name()); }
     std::string valueToStrep() const;
 

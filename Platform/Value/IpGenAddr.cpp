@@ -1,6 +1,5 @@
 #include "Platform/Value/IpGenAddr.h"
 
-#include "Platform/Base/Hash.h"
 #include "Platform/Base/Strep.h"
 #include "Platform/Base/ValueParser.h"
 
@@ -67,14 +66,6 @@ IpGenAddr IpGenAddr::fromValue(Vela::ValueParser& parser) {
         parser.fail("an IP address in its shortest notation", start);
     }
     return *parsed;
-}
-
-uint64_t IpGenAddr::hash(uint64_t seed) const {
-    auto words = std::bit_cast<std::array<uint64_t, 2>>(bytes_);
-    Vela::IncrementalHash hash(seed);
-    hash.mix(words[0]);
-    hash.mix(words[1]);
-    return hash.result();
 }
 
 std::string IpGenAddr::toStrep() const {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Platform/Base/Assert.h"
+#include "Platform/Base/Hash.h"
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -63,7 +65,10 @@ class IpGenAddr {
 
     constexpr bool isUnset() const { return af_ == ipunknown(); }
     /// 0.0.0.0 or ::, but not the unset address.
-    constexpr bool isUnspecified() const { return !isUnset() && bytes_ == Bytes{}; }
+    constexpr bool isUnspecified() const {
+        Words w = words();
+        return !isUnset() && (w.front >> 8 | w.back | w.last) == 0;
+    }
     /// 224.0.0.0/4 or ff00::/8
     constexpr bool isMulticast() const {
         return (af_ == ipv4() && bytes_[0] >> 4 == 0xe) || (af_ == ipv6() && bytes_[0] == 0xff);
@@ -74,18 +79,47 @@ class IpGenAddr {
     }
 
     /// Of the 16 bytes alone, as for an IPv6 address: the family is not mixed in.
-    uint64_t hash(uint64_t seed) const;
+    uint64_t hash(uint64_t seed) const {
+        Words words = this->words();
+        Vela::IncrementalHash hash(seed);
+        hash.mix(words.front >> 8 | words.back << 56);
+        hash.mix(words.back >> 8 | uint64_t{words.last} << 56);
+        return hash.result();
+    }
     std::string toStrep() const;
     std::string valueToStrep() const;
 
     /// By family, then by bytes.
-    friend constexpr bool operator==(const IpGenAddr&, const IpGenAddr&) = default;
+    friend constexpr bool operator==(const IpGenAddr& a, const IpGenAddr& b) {
+        return a.words() == b.words();
+    }
     friend constexpr std::strong_ordering operator<=>(const IpGenAddr&, const IpGenAddr&) = default;
     friend std::ostream& operator<<(std::ostream& out, const IpGenAddr& v) {
         return out << v.valueToStrep();
     }
 
   private:
+    /// The object in the pieces that it is copied in: what was written a moment ago in one piece is
+    /// read from the processor's store buffer, what straddles two waits for the cache.
+    struct Words {
+        uint64_t front;
+        uint64_t back;
+        uint8_t last;
+        friend constexpr bool operator==(const Words& a, const Words& b) {
+            return ((a.front ^ b.front) | (a.back ^ b.back) | uint64_t(a.last ^ b.last)) == 0;
+        }
+    };
+    constexpr Words words() const {
+        struct Pieces {
+            std::array<uint8_t, 8> front;
+            std::array<uint8_t, 8> back;
+            uint8_t last;
+        };
+        auto pieces = std::bit_cast<Pieces>(*this);
+        return {std::bit_cast<uint64_t>(pieces.front), std::bit_cast<uint64_t>(pieces.back),
+                pieces.last};
+    }
+
     AddressFamily af_ = AddressFamily::ipunknown;
     Bytes bytes_{};
 };

@@ -1,6 +1,5 @@
 #include "Platform/Value/RemoteBindingKey.h"
 
-#include "Platform/Base/Hash.h"
 #include "Platform/Base/Strep.h"
 #include "Platform/Base/ValueParser.h"
 
@@ -20,13 +19,6 @@ RemoteBindingKey RemoteBindingKey::fromValue(Vela::ValueParser& parser) {
     auto ipAddress = Zinc::IpGenAddr::fromValue(parser);
     parser.closeValue();
     return {vlanId, ipAddress};
-}
-
-uint64_t RemoteBindingKey::hash(uint64_t seed) const {
-    Vela::IncrementalHash hash(seed);
-    hash.mix(vlanId_.value());
-    hash.mix(ipAddress_.hash(seed));
-    return hash.result();
 }
 
 std::string RemoteBindingKey::toStrep() const {

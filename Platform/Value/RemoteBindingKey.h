@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Base/Hash.h"
 #include "Platform/Value/IpGenAddr.h"
 #include "Platform/Value/VlanId.h"
 
@@ -31,7 +32,12 @@ class RemoteBindingKey {
     /// Differs from the empty key.
     explicit constexpr operator bool() const { return *this != RemoteBindingKey(); }
 
-    uint64_t hash(uint64_t seed) const;
+    uint64_t hash(uint64_t seed) const {
+        Vela::IncrementalHash hash(seed);
+        hash.mix(vlanId_.value());
+        hash.mix(ipAddress_.hash(seed));
+        return hash.result();
+    }
     std::string toStrep() const;
     std::string valueToStrep() const;
 

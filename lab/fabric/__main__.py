@@ -66,6 +66,7 @@ def show_table(figures):
                 microseconds(with_agent),
             )
         )
+    print("The leaves are a veth pair apart: without the agent no request has far to go here.")
 
 
 def show_around(tour, name, programs):
@@ -74,7 +75,7 @@ def show_around(tour, name, programs):
         f"""
 The fabric is up. Some ways to look around; leaf2 and the hosts h11 to h24 are alike:
   ip netns exec {name}-h11 arping -c 3 -b -I eth0 10.0.10.22
-  {programs}/Ctl/arpsupctl --runtime-directory {tour.agents[1].runtime} show tech-support
+  {programs}/Ctl/arpsupctl --runtime-directory {tour.agents[1].runtime} show status
   ip netns exec {leaf} vtysh -N {leaf} -c 'show bgp l2vpn evpn' -c 'show evpn arp-cache vni all'
   ip -n {leaf} neigh; bridge -n {leaf} fdb show br Vlan10; ip -n {leaf}-red addr
 It is taken down by
@@ -136,7 +137,7 @@ def main():
     directory = os.path.abspath(f"{options.directory}/{name}")
     programs = os.path.abspath(options.programs)
     tour = Tour(name, programs, directory)
-    good = keep = False
+    good = interrupted = keep = False
     react_to_signals(interrupt)
     try:
         good = show_tour(tour, directory)
@@ -144,13 +145,14 @@ def main():
         if keep:
             show_around(tour, name, programs)
     except Interrupted:
+        interrupted = True
         print("interrupted", file=sys.stderr)
     finally:
         react_to_signals(signal.SIG_IGN)
         if not keep:
             tour.stop()
-        if good and not keep:
-            shutil.rmtree(directory)
+        if (good or interrupted) and not keep:
+            shutil.rmtree(directory, ignore_errors=True)
     return 0 if good else 1
 
 

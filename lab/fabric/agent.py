@@ -48,6 +48,9 @@ class Agent:
     def kill(self):
         self._end(signal.SIGKILL)
 
+    def running(self):
+        return self._process is not None
+
     def control(self, *arguments, check=True):
         """What arpsupctl prints."""
         program = f"{self._programs}/Ctl/arpsupctl"
@@ -60,7 +63,7 @@ class Agent:
     def bindings(self):
         """The remote bindings that it has."""
         rows = self._rows("bindings", "remote")
-        return {Binding(row["vlan"], row["address"], row["mac"]) for row in rows}
+        return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
 
     def _rows(self, *what):
         shown = self.control("show", *what, "-j", check=False)

@@ -77,8 +77,9 @@ def _start_agents(tour):
         f"bindings of {agent.leaf.name}": tour.await_bindings(number, tour.bindings_due(number))
         for number, agent in tour.agents.items()
     }
-    for number in tour.agents:
-        tour.await_suppression(number)
+    if seen == _bindings_due(tour):
+        for number in tour.agents:
+            tour.await_suppression(number)
     return seen
 
 

@@ -52,11 +52,15 @@ class Tour:
         others = self.fabric.hosts_of(self.fabric.other(leaf))
         for host in self.fabric.hosts_of(leaf):
             target = next(other for other in others if other.vlan == host.vlan)
-            eventually(
-                lambda host=host, target=target: not self.ask(host.name, target.name).floods,
-                10,
-                f"{leaf.name} suppresses requests in VLAN {host.vlan}",
-            )
+            try:
+                eventually(
+                    lambda host=host, target=target: not self.ask(host.name, target.name).floods,
+                    10,
+                    f"{leaf.name} suppresses requests in VLAN {host.vlan}",
+                )
+            except Expired as error:
+                status = self.agents[number].control("show", "status", check=False)
+                raise Expired(f"{error}\n{status}") from error
 
     def ask(self, host, target, times=1):
         hosts = self.fabric.hosts

@@ -136,6 +136,56 @@ TEST_F(NetnsDeviceTest, aTrapDeviceThatWentDownUnknownToTheAgentIsReadAgain) {
     EXPECT_EQ(decode(sent("fabric", 1)), array{replyLayers()});
 }
 
+TEST_F(NetnsDeviceTest, whatATrapDeviceBroughtBeforeItWentDownIsReadAtOnce) {
+    start(Hardware::simulated);
+    for (int i = 0; i < 3; ++i) {
+        port("arpsnoop").inject(request().bytes());
+    }
+    port("arpsnoop").upIs(false);
+    Moved counters{
+        {Id::trapReadFailed, 1}, {Id::trapArpRequest, 3}, {Id::answeredFromRemoteBinding, 3}};
+    EXPECT_EQ(moved(counters), counters);
+    EXPECT_EQ(sent("fabric", 3).size(), 3u);
+}
+
+TEST_F(NetnsDeviceTest, aReinjectionDeviceThatWentDownAndUpTakesTheNextMessage) {
+    start(Hardware::simulated);
+    port("arpinject").upIs(false);
+    port("arpinject").upIs(true);
+    port("arpsnoop").inject(unknownRequest().bytes());
+    Moved counters{{Id::trapArpRequest, 1}, {Id::sentToRemoteTeps, 1}, {Id::reinjectWritten, 1}};
+    EXPECT_EQ(moved(counters), counters);
+    EXPECT_EQ(sent("arpinject", 1).size(), 1u);
+    // One that stays down is a failure.
+    port("arpinject").upIs(false);
+    port("arpsnoop").inject(unknownRequest().bytes());
+    counters = {{Id::trapArpRequest, 1}, {Id::sentToRemoteTeps, 1}, {Id::reinjectWriteFailed, 1}};
+    EXPECT_EQ(moved(counters), counters);
+}
+
+TEST_F(NetnsDeviceTest, repliesFollowFabricToAnotherIndexAndOverADownTime) {
+    start(Hardware::simulated);
+    port("arpsnoop").inject(request().bytes());
+    EXPECT_EQ(sent("fabric", 1).size(), 1u);
+    portDel("fabric");
+    port("arpsnoop").inject(request().bytes());
+    Moved lost{
+        {Id::trapArpRequest, 2}, {Id::answeredFromRemoteBinding, 2}, {Id::replyTransmitFailed, 1}};
+    EXPECT_EQ(moved(lost), lost);
+    portIs("fabric");
+    ifIndexIs("fabric", port("fabric").ifIndex());
+    port("arpsnoop").inject(request().bytes());
+    EXPECT_EQ(decode(sent("fabric", 1)), array{replyLayers()});
+    port("fabric").upIs(false);
+    port("arpsnoop").inject(request().bytes());
+    Moved down{
+        {Id::trapArpRequest, 2}, {Id::answeredFromRemoteBinding, 2}, {Id::replyTransmitFailed, 1}};
+    EXPECT_EQ(moved(down), down);
+    port("fabric").upIs(true);
+    port("arpsnoop").inject(request().bytes());
+    EXPECT_EQ(decode(sent("fabric", 1)), array{replyLayers()});
+}
+
 TEST_F(NetnsDeviceTest, withoutFabricAReplyIsCountedAndNotSent) {
     start(Hardware::simulated);
     ifIndexIs("fabric", 0);

@@ -206,6 +206,7 @@ TEST_F(KernelSwitchTest, aNamespaceAppearsIsDeletedAndComesBackAsAnother) {
         Testing::ip({"netns", "del", "ns-blue"});
         ASSERT_TRUE(until([&] { return !state().allVrfStatusLocal->vrf("blue"); }));
         EXPECT_TRUE(vrf->destroyed());
+        ASSERT_TRUE(until([&] { return switch_->devices().settled(); }));
         EXPECT_EQ(state().kernelNetInfoIs("ns-blue")->interfaceCollection().count(), 0u);
         EXPECT_FALSE(state().ipStatus->ipIntfStatus(IntfId("Vlan30")));
         EXPECT_EQ(topology().routedDeviceCollection().count(), 0u);

@@ -29,7 +29,6 @@ NetnsFixture::~NetnsFixture() {
     if (!agent_) {
         return;
     }
-    state().arpSuppressionStatus->vlanIdDelAll();
     state().evpnStatus->mplsConfiguredIs(false);
     live_->turnUntilIdle();
     agent_->destroy();
@@ -53,7 +52,6 @@ void NetnsFixture::start(Hardware hardware) {
         {{Bridging::VlanId(10), Zinc::IpGenAddr("10.0.0.2")}, Zinc::EthAddr(remoteMac), 0, 0});
     live_->start(*agent_, hardware == Hardware::physical);
 
-    state().arpSuppressionStatus->vlanIdIs(Bridging::VlanId(10), true);
     Testing::routedVlanIs(state(), Bridging::VlanId(10), 1010);
     Testing::portIs(state(), "Ethernet1", "et1", ethernet1Index);
     for (const auto& [name, port] : ports_) {

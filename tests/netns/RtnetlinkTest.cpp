@@ -7,11 +7,13 @@
 #include "tests/netns/Kernel.h"
 
 #include <algorithm>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace Netns {
 namespace {
@@ -28,6 +30,9 @@ class LinkNames final : public Linux::NetlinkConsumer {
     void message(const nlmsghdr& message) override {
         auto link = Linux::decodeLink(message);
         ASSERT_TRUE(link);
+        if (auto once = std::exchange(atFirstMessage, nullptr)) {
+            once();
+        }
         seen_.insert(link->ifIndex);
         if (link->removed) {
             names.erase(link->ifIndex);
@@ -48,6 +53,7 @@ class LinkNames final : public Linux::NetlinkConsumer {
     std::map<uint32_t, std::string> names;
     int started = 0;
     int finished = 0;
+    std::function<void()> atFirstMessage;
 
   private:
     std::set<uint32_t> seen_;
@@ -182,6 +188,44 @@ TEST_F(RtnetlinkTest, anOverrunIsMadeUpForByADump) {
     }
     EXPECT_EQ(addresses.texts, expected);
     EXPECT_GE(addresses.finished, 2);
+    socket->destroy();
+}
+
+TEST_F(RtnetlinkTest, aDumpDuringWhichTheListChangesIsTakenAgain) {
+    // More than the kernel tells in one piece.
+    std::string batch;
+    for (int i = 0; i < 150; ++i) {
+        batch += "link add d" + std::to_string(i) + " type bridge\n";
+    }
+    ipBatch(batch);
+    auto socket = open();
+    LinkNames links;
+    links.atFirstMessage = [] {
+        ip("link del d0");
+        ip("link add late type bridge");
+    };
+    socket->consumerIs(NetlinkKind::links, links);
+    ASSERT_TRUE(live().turnUntil([&] { return socket->synchronized(); }));
+    EXPECT_GE(socket->statistics().interrupted, 1u);
+    EXPECT_EQ(socket->statistics().overruns, 0u);
+    EXPECT_EQ(links.started, 2);
+    EXPECT_EQ(links.finished, 1); // nothing is swept by what does not hang together
+    EXPECT_TRUE(links.has("late"));
+    EXPECT_FALSE(links.has("d0"));
+    EXPECT_EQ(links.names.size(), 151u); // with the loopback
+    socket->destroy();
+}
+
+TEST_F(RtnetlinkTest, aKindMayBeLeftOutLater) {
+    auto socket = open();
+    LinkNames links;
+    socket->consumerIs(NetlinkKind::links, links);
+    socket->consumerDel(NetlinkKind::links);
+    EXPECT_FALSE(socket->synchronized()) << "nobody has heard of anything";
+    ip("link add device type bridge");
+    EXPECT_TRUE(live().turnUntil([&] { return socket->statistics().ignored > 0; }));
+    EXPECT_EQ(links.started, 0);
+    EXPECT_TRUE(links.names.empty());
     socket->destroy();
 }
 

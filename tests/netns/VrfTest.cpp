@@ -75,8 +75,8 @@ uint32_t ifIndexThrough(uint32_t netlinkSocket, const char* name) {
     return found ? static_cast<uint32_t>(request.ifr_ifindex) : 0;
 }
 
-/// The agent runs; suppression is active on VLANs 20, routed in VRF "red", and 30, in "blue". Each
-/// VRF's namespace is to have its name.
+/// The agent runs; EVPN serves VLANs 20, routed in VRF "red", and 30, in "blue". Each VRF's
+/// namespace is to have its name.
 class NetnsVrfTest : public ::testing::Test {
   protected:
     NetnsVrfTest() {
@@ -92,13 +92,11 @@ class NetnsVrfTest : public ::testing::Test {
         live_->start(*agent_, false);
         for (auto [vlan, vrf] : {std::pair(20u, "red"), {30u, "blue"}}) {
             state().evpnStatus->vlanToDot1qIs(VlanId(vlan), Bridging::VlanIdOrNone());
-            state().arpSuppressionStatus->vlanIdIs(VlanId(vlan), true);
             state().ipStatus->ipIntfStatusIs(Zinc::IntfId("Vlan" + std::to_string(vlan)), vrf);
         }
         live_->turnUntilIdle();
     }
     ~NetnsVrfTest() override {
-        state().arpSuppressionStatus->vlanIdDelAll();
         state().evpnStatus->mplsConfiguredIs(false);
         live_->turnUntilIdle();
         agent_->destroy();

@@ -35,6 +35,10 @@ class SuppressionTest(unittest.TestCase):
             self.fabric.hosts[name] for name in ("h11", "h12", "h14", "h21", "h24")
         )
 
+    def tearDown(self):
+        if self.agent.running():
+            self.assertEqual(self.agent.stop(), 0)
+
     def ask(self, host, target, times=2):
         return asking.ask(self.fabric, host, asking.request(target.address), times)
 

@@ -1,6 +1,5 @@
 #include "Platform/Model/Arp/ArpKey.h"
 
-#include "Platform/Base/Hash.h"
 #include "Platform/Base/Strep.h"
 #include "Platform/Base/ValueParser.h"
 
@@ -22,14 +21,6 @@ ArpKey ArpKey::fromValue(Vela::ValueParser& parser) {
     auto addr = Zinc::IpGenAddr::fromValue(parser);
     parser.closeValue();
     return {vrfId, intfId, addr};
-}
-
-uint64_t ArpKey::hash(uint64_t seed) const {
-    Vela::IncrementalHash hash(seed);
-    hash.mix(vrfId_.value());
-    hash.mix(intfId_.hash(seed));
-    hash.mix(addr_.hash(seed));
-    return hash.result();
 }
 
 std::string ArpKey::toStrep() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Base/Hash.h"
 #include "Platform/Value/IntfId.h"
 #include "Platform/Value/IpGenAddr.h"
 #include "Platform/Value/VrfId.h"
@@ -30,7 +31,13 @@ class ArpKey {
     constexpr Zinc::IntfId intfId() const { return intfId_; }
     constexpr const Zinc::IpGenAddr& addr() const { return addr_; }
 
-    uint64_t hash(uint64_t seed) const;
+    uint64_t hash(uint64_t seed) const {
+        Vela::IncrementalHash hash(seed);
+        hash.mix(vrfId_.value());
+        hash.mix(intfId_.hash(seed));
+        hash.mix(addr_.hash(seed));
+        return hash.result();
+    }
     std::string toStrep() const;
     std::string valueToStrep() const;
 

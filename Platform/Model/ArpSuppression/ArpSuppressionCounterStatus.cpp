@@ -86,13 +86,18 @@ uint64_t CounterKey::hash(uint64_t seed) const {
 ArpSuppressionCounterStatus::ArpSuppressionCounterStatus(const Quarry::TableSite& site)
     : Table(site), counter_(*this, "counter", arpSuppressionCounters) {
     for (uint32_t number = 0; number < arpSuppressionCounters; ++number) {
-        counter_.set({{ArpSuppressionCounterId(number)}});
+        CounterKey key{ArpSuppressionCounterId(number)};
+        counter_.set({key});
+        places_[number] = counter_.place(key);
     }
     completeIs(true);
 }
 
 void ArpSuppressionCounterStatus::increment(ArpSuppressionCounterId id) {
-    if (!counter_.increment({id}, offsetof(Counter, count))) {
+    auto number = static_cast<size_t>(id);
+    if (number < places_.size() && places_[number]) {
+        counter_.incrementAt(*places_[number], offsetof(Counter, count));
+    } else {
         counter_.set({{id}, 0, 1}); // there is no such counter: refused, and reported
     }
 }

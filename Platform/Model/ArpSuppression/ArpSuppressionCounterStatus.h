@@ -3,7 +3,9 @@
 #include "Platform/Quarry/Table.h"
 #include "Platform/Quarry/TableCollection.h"
 
+#include <array>
 #include <cstdint>
+#include <optional>
 
 namespace ArpSuppression {
 
@@ -116,6 +118,7 @@ class ArpSuppressionCounterStatus final : public Quarry::Table {
 
   private:
     Quarry::TableCollection<Counter> counter_;
+    std::array<std::optional<uint32_t>, arpSuppressionCounters> places_; // none that has no room
 };
 
 } // namespace ArpSuppression

@@ -1,7 +1,5 @@
 #include "Platform/Model/Bridging/FdbStatus.h"
 
-#include "Platform/Base/Hash.h"
-
 namespace Bridging {
 
 const char* toStrep(EntryType type) {
@@ -20,13 +18,6 @@ const char* toStrep(EntryType type) {
         return "evpnLocalSegment";
     }
     return "?";
-}
-
-uint64_t HostKey::hash(uint64_t seed) const {
-    Vela::IncrementalHash hash(seed);
-    hash.mix(fid.value());
-    hash.mixBytes(macAddress.bytes());
-    return hash.result();
 }
 
 std::string HostKey::toStrep() const {

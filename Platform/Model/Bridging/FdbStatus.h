@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Base/Hash.h"
 #include "Platform/Model/Bridging/Fid.h"
 #include "Platform/Quarry/Table.h"
 #include "Platform/Quarry/TableCollection.h"
@@ -43,7 +44,12 @@ struct HostKey {
     Fid fid;
     Zinc::EthAddr macAddress;
 
-    uint64_t hash(uint64_t seed) const;
+    uint64_t hash(uint64_t seed) const {
+        Vela::IncrementalHash hash(seed);
+        hash.mix(fid.value());
+        hash.mixBytes(macAddress.bytes());
+        return hash.result();
+    }
     std::string toStrep() const;
     friend bool operator==(const HostKey&, const HostKey&) = default;
     friend std::ostream& operator<<(std::ostream& out, const HostKey& v) {

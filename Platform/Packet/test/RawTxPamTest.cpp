@@ -36,8 +36,14 @@ class FakeSockets final : public PacketSockets {
         lastFd = fd.get();
         return fd;
     }
-    int bind(int, uint16_t, uint32_t) override {
+    int bind(int, uint16_t protocol, uint32_t ifIndex) override {
+        EXPECT_EQ(protocol, 0); // with any other one it would receive
+        if (bindError != 0) {
+            errno = bindError;
+            return -1;
+        }
         ++binds;
+        boundTo = ifIndex;
         return 0;
     }
     bool send(int fd, uint16_t protocol, uint32_t ifIndex,
@@ -46,13 +52,20 @@ class FakeSockets final : public PacketSockets {
             errno = sendError;
             return false;
         }
-        sent.push_back({fd, protocol, ifIndex, Bytes(frame.begin(), frame.end())});
+        if (ifIndex == 0 && boundTo == 0) {
+            errno = ENXIO;
+            return false;
+        }
+        sent.push_back(
+            {fd, protocol, ifIndex ? ifIndex : boundTo, Bytes(frame.begin(), frame.end())});
         return true;
     }
     bool lastIsOpen() const { return fcntl(lastFd, F_GETFD) != -1; }
 
     int openError = 0;
     int sendError = 0;
+    int bindError = 0;
+    uint32_t boundTo = 0; ///< 0: to none, or to a device that is gone
     std::vector<uint16_t> opened;
     int binds = 0;
     int lastFd = -1;
@@ -130,6 +143,75 @@ TEST_F(RawTxPamTest, TransmitsTheWholeFrame) {
                                   {sockets.lastFd, 0x0806, 8, {0, 0, 1, 2, 3}}};
     EXPECT_EQ(sockets.sent, expected);
     EXPECT_EQ(sockets.opened.size(), 1u); // another protocol needs no other socket
+}
+
+TEST_F(RawTxPamTest, TheSocketIsBoundAnewOnlyWhenTheInterfaceChanges) {
+    pam->ethProtocolIs(3);
+    pam->enabledIs(true);
+    for (uint32_t ifIndex : {7u, 7u, 7u, 8u, 8u, 7u}) {
+        EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), ifIndex));
+        EXPECT_EQ(sockets.sent.back().ifIndex, ifIndex);
+    }
+    EXPECT_EQ(sockets.sent.size(), 6u);
+    EXPECT_EQ(sockets.binds, 3);
+    // A new socket is bound to nothing.
+    pam->enabledIs(false);
+    pam->enabledIs(true);
+    sockets.boundTo = 0;
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_EQ(sockets.binds, 4);
+    EXPECT_EQ(sockets.sent.size(), 7u);
+}
+
+TEST_F(RawTxPamTest, AProtocolOfItsOwnNeedsNoBinding) {
+    pam->ethProtocolIs(0x0806);
+    pam->enabledIs(true);
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_EQ(sockets.binds, 0);
+}
+
+TEST_F(RawTxPamTest, ADeviceOfTheSameIndexIsBoundToAnew) {
+    pam->ethProtocolIs(3);
+    pam->enabledIs(true);
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    sockets.boundTo = 0; // gone, and another one came
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+    EXPECT_EQ(sockets.binds, 2);
+    ASSERT_EQ(sockets.sent.size(), 2u);
+    EXPECT_EQ(sockets.sent[1].frame, Bytes{2});
+}
+
+TEST_F(RawTxPamTest, AFrameForADeviceThatIsGoneLeavesTheReason) {
+    pam->ethProtocolIs(3);
+    pam->enabledIs(true);
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    sockets.boundTo = 0;
+    sockets.bindError = ENODEV;
+    for (int i = 0; i < 2; ++i) {
+        errno = 0;
+        EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+        EXPECT_EQ(errno, ENODEV);
+    }
+    EXPECT_EQ(sockets.sent.size(), 1u);
+    // A device that cannot be bound to takes no other device's frames.
+    sockets.bindError = 0;
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{3}), 8));
+    sockets.bindError = ENODEV;
+    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{4}), 9));
+    sockets.bindError = 0;
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{5}), 8));
+    ASSERT_EQ(sockets.sent.size(), 3u);
+    EXPECT_EQ(sockets.sent[2].ifIndex, 8u);
+}
+
+TEST_F(RawTxPamTest, ADeviceThatIsDownIsNotTriedTwice) {
+    pam->ethProtocolIs(3);
+    pam->enabledIs(true);
+    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    sockets.sendError = ENETDOWN;
+    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+    EXPECT_EQ(errno, ENETDOWN);
+    EXPECT_EQ(sockets.binds, 1);
 }
 
 TEST_F(RawTxPamTest, NoSocketIsAnError) {

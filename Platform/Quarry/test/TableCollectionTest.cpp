@@ -189,6 +189,71 @@ TEST_F(TableCollectionTest, afterItsEndATableNeitherChangesNorAnnounces) {
     EXPECT_TRUE(a->number().has({1}));
 }
 
+TEST_F(TableCollectionTest, aRecordIsCountedUpAtItsPlaceAsByItsKey) {
+    constexpr size_t value = offsetof(NumberRecord, value);
+    EXPECT_EQ(a->number().place({1}), std::nullopt);
+    for (uint64_t number = 0; number < 100; ++number) {
+        a->number().set({{number}, 1000 + number});
+    }
+    auto place = a->number().place({42});
+    ASSERT_TRUE(place);
+    EXPECT_EQ(a->number().place({100}), std::nullopt);
+    a->number().incrementAt(*place, value); // nobody listens
+    auto toA = listen(a, 'a');
+    // It stays there whatever becomes of the others.
+    for (uint64_t number = 0; number < 42; ++number) {
+        a->number().del({number});
+    }
+    runUntilIdle();
+    heard.clear();
+    uint64_t changes = a->number().mapping().header().changes;
+    a->number().incrementAt(*place, value);
+    EXPECT_EQ(a->number().mapping().header().changes, changes + 1);
+    runUntilIdle();
+    EXPECT_EQ(heard, (Heard{{'a', 42}}));
+    EXPECT_EQ(a->number().value({42}).value, 1044u);
+    EXPECT_EQ(a->number().value({43}).value, 1043u);
+    EXPECT_EQ(a->number().place({42}), place);
+    group->unmount("a");
+    a->number().incrementAt(*place, value);
+    EXPECT_EQ(a->number().value({42}).value, 1044u);
+}
+
+TEST_F(TableCollectionTest, aLookupInStepsFindsWhatALookupFinds) {
+    // In an empty table there is nothing to be asked for.
+    a->number().fetchRecord(a->number().fetchBucket({1}));
+    EXPECT_FALSE(a->number().lookup({1}).find());
+    for (uint64_t number = 0; number < 1000; ++number) {
+        a->number().set({{number}, 1000 + number});
+    }
+    for (uint64_t number = 0; number < 1010; ++number) {
+        a->number().fetchRecord(a->number().fetchBucket({number}));
+        auto lookup = a->number().lookup({number});
+        EXPECT_EQ(lookup.record(), NumberRecord());
+        if (number % 2 == 0) {
+            lookup.advance();
+        }
+        EXPECT_EQ(lookup.find(), number < 1000);
+        EXPECT_EQ(lookup.record(), a->number().value({number}));
+    }
+}
+
+TEST_F(TableCollectionTest, aLookupFindsTheRecordAsItIsAtItsLastStep) {
+    a->number().set({{1}, 1});
+    auto lookup = a->number().lookup({1});
+    lookup.advance();
+    a->number().set({{1}, 2});
+    EXPECT_TRUE(lookup.find());
+    EXPECT_EQ(lookup.record().value, 2u);
+    // Once more, with nothing left of the last time.
+    a->number().del({1});
+    EXPECT_FALSE(lookup.find());
+    EXPECT_EQ(lookup.record(), NumberRecord());
+    a->number().set({{1}, 3});
+    EXPECT_TRUE(lookup.find());
+    EXPECT_EQ(lookup.record().value, 3u);
+}
+
 TEST_F(TableCollectionTest, nothingIsDroppedWhenFarMoreComesThanTheLogIsMeantFor) {
     auto toA = listen(a, 'a');
     auto toB = listen(b, 'b');

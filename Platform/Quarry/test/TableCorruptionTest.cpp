@@ -67,7 +67,12 @@ class TableCorruptionTest : public QuarryFixture {
         for (uint64_t number = 0; number < entries + 4; ++number) {
             // A reader of its own for each key, so that trouble is this key's.
             Attached one(file());
+            one.fetchRecord(one.fetchBucket({number}));
+            auto lookup = one.lookup({number});
+            lookup.advance();
             auto found = one.find({number});
+            EXPECT_EQ(lookup.find(), found.has_value());
+            EXPECT_EQ(lookup.record(), found.value_or(NumberRecord()));
             if (found) {
                 result.strange |= found->value != number * 1000;
             } else if (number < entries && one.trouble() == Outcome::absent) {

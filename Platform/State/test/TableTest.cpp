@@ -81,6 +81,22 @@ TYPED_TEST(TableTest, FindsWhatWasInserted) {
     EXPECT_EQ(this->table.find({1000}), nullptr);
 }
 
+TYPED_TEST(TableTest, WhatIsAskedForAheadIsFoundAsWithoutThat) {
+    using K = typename decltype(this->table)::Key;
+    if constexpr (requires(K key) { this->table.fetchSlot(key); }) {
+        this->table.fetchNode(this->table.fetchSlot(K{1}));
+        this->insertRange(0, 1000);
+        for (uint32_t number = 0; number < 1010; ++number) {
+            this->table.fetchNode(this->table.fetchSlot(K{number}));
+            EXPECT_EQ(this->table.find(K{number}) != nullptr, number < 1000);
+        }
+        auto fetched = this->table.fetchSlot(K{1});
+        this->eraseRange(0, 1000); // anything may happen in between
+        this->table.fetchNode(fetched);
+    }
+    EXPECT_EQ(this->table.size(), 0u);
+}
+
 TYPED_TEST(TableTest, InsertsAKeyOnce) {
     EXPECT_TRUE(insert(this->table, 1));
     auto* first = this->table.find({1});
