@@ -183,6 +183,9 @@ class Fabric {
 };
 
 volatile std::sig_atomic_t stopped = 0;
+// Read before the process has a file system view of its own, where it may be another.
+const auto buildDirectory =
+    std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
 const std::string runDirectory = "/run/arpsupd"; // where nobody else sees it
 
 /// A process on the answering core, which is asked to end when this object does.
@@ -285,8 +288,7 @@ void echo() {
 /// Becomes the daemon of this build, with the kernel as its switch.
 void daemon() {
     std::signal(SIGTERM, SIG_DFL); // the daemon has its own way
-    auto build = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
-    std::string program = build / "Host" / "arpsupd";
+    std::string program = buildDirectory / "Host" / "arpsupd";
     std::string file = runDirectory + "/arpsupd.toml";
     std::ofstream(file) << "runtime_directory = \"" << runDirectory << "/run\"\nlog_directory = \""
                         << runDirectory << "/log\"\ntoggle_directory = \"" << runDirectory
