@@ -98,6 +98,8 @@ void MessageTapSocketSm::openSocket() {
     TRACE(trace, 8, this, "bound socket=" << socket.get());
     if (notifyMode_ == NotifyMode::writable) {
         receiveNothing(socket.get());
+    } else {
+        receiveBursts(socket.get());
     }
     dropWhatCameBefore(socket.get());
     fileDescriptor_ = Vela::make<Vela::FileDescriptor>(scheduler(), "ArpTrap", std::move(socket));
@@ -110,6 +112,18 @@ void MessageTapSocketSm::openSocket() {
         fileDescriptor_->notifyOnReadableIs(true);
     } else {
         fileDescriptor_->notifyOnWritableIs(true);
+    }
+}
+
+/// What comes while the agent is at other work for some milliseconds, or not scheduled for longer,
+/// must not be lost: room for some ten thousand small frames instead of the kernel's 250.
+void MessageTapSocketSm::receiveBursts(int sock) const {
+    int receiveBytes = 8 << 20;
+    // By force where that is allowed: the other call stays below the system's limit, silently.
+    if (setsockopt(sock, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBytes, sizeof receiveBytes) != 0 &&
+        setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &receiveBytes, sizeof receiveBytes) != 0) {
+        TRACE(trace, 8, this,
+              "setsockopt SO_RCVBUF failed intfId=" << interfaceName_ << " errno=" << errnoText());
     }
 }
 

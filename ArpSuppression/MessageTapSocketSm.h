@@ -44,6 +44,7 @@ class MessageTapSocketSm : public Vela::WalkSmBase {
   private:
     void handleKniIntfIfIndex();
     void openSocket();
+    void receiveBursts(int sock) const;
     void receiveNothing(int sock) const;
     void closeSocket() noexcept;
     void handleFileDescriptor();

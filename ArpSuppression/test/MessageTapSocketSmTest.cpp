@@ -370,12 +370,22 @@ TEST_F(MessageTapSocketSmTest, aWriteModeSocketReceivesNothing) {
     EXPECT_EQ(sm->fileDescriptor()->readableCount(), 0u);
 }
 
-TEST_F(MessageTapSocketSmTest, aReadModeSocketKeepsItsReceiveBuffer) {
+TEST_F(MessageTapSocketSmTest, aReadModeSocketHasRoomForMoreThanTheKernelsUsualBurst) {
     deviceIs("tap0", tap);
     make();
+    int sock = sm->fileDescriptor()->descriptor();
+    // As much as one gets by asking, at least.
+    Vela::UniqueFd plain(socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    int most = 8 << 20;
+    socklen_t length = sizeof most;
+    ASSERT_EQ(setsockopt(plain.get(), SOL_SOCKET, SO_RCVBUF, &most, sizeof most), 0);
+    ASSERT_EQ(getsockopt(plain.get(), SOL_SOCKET, SO_RCVBUF, &most, &length), 0);
+    int bytes = 0;
+    ASSERT_EQ(getsockopt(sock, SOL_SOCKET, SO_RCVBUF, &bytes, &length), 0);
+    EXPECT_GE(bytes, most);
     ports.inject(tap, std::vector<uint8_t>(60));
     std::array<uint8_t, 100> buffer;
-    EXPECT_EQ(read(sm->fileDescriptor()->descriptor(), buffer.data(), buffer.size()), 60);
+    EXPECT_EQ(read(sock, buffer.data(), buffer.size()), 60);
 }
 
 TEST_F(MessageTapSocketSmTest, aBufferThatCannotBeSetIsTracedAndTheSocketUsedAllTheSame) {
@@ -389,6 +399,17 @@ TEST_F(MessageTapSocketSmTest, aBufferThatCannotBeSetIsTracedAndTheSocketUsedAll
     ASSERT_TRUE(sm->fileDescriptor());
     runUntilIdle();
     EXPECT_EQ(sm->fileDescriptor()->writableCount(), 1u);
+}
+
+TEST_F(MessageTapSocketSmTest, aBufferThatCannotBeEnlargedIsTracedAndTheSocketUsedAllTheSame) {
+    NoSockets sockets;
+    deviceIs("tap0", tap);
+    TraceCapture lines("ArpSuppression=8");
+    make();
+    EXPECT_TRUE(lines.contains(
+        "setsockopt SO_RCVBUF failed intfId=tap0 errno=Socket operation on non-socket\n"))
+        << lines.text();
+    EXPECT_TRUE(sm->fileDescriptor());
 }
 
 TEST_F(MessageTapSocketSmTest, theDumpShowsWatchAndSocket) {

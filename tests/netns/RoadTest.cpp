@@ -168,6 +168,16 @@ TEST_F(NetnsRoadTest, aBurstIsAnsweredInFull) {
     EXPECT_EQ(moved(counters), counters);
 }
 
+TEST_F(NetnsRoadTest, whatComesWhileTheAgentIsAtOtherWorkIsNotLost) {
+    start(Hardware::simulated);
+    constexpr size_t burst = 5000; // the kernel's usual buffer holds some 250
+    for (size_t i = 0; i < burst; ++i) {
+        port("arpsnoop").inject(request().bytes());
+    }
+    Moved counters{{Id::trapArpRequest, burst}, {Id::answeredFromRemoteBinding, burst}};
+    EXPECT_EQ(moved(counters), counters);
+}
+
 } // namespace
 
 } // namespace Netns
