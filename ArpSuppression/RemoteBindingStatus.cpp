@@ -18,20 +18,18 @@ const Zinc::IpGenAddr& keyOf(const Zinc::IpGenAddr& element) {
     return element;
 }
 
-template <class T>
-std::string blankSeparated(const FirstInPlace<T>& elements) {
+template <class Elements>
+std::string blankSeparated(const Elements& elements) {
     std::string text;
-    for (size_t i = 0; i < elements.size(); ++i) {
-        text += (i == 0 ? "" : " ") + keyOf(elements[i]).toStrep();
-    }
+    elements.each(
+        [&](const auto& element) { text += (text.empty() ? "" : " ") + keyOf(element).toStrep(); });
     return text;
 }
 
-template <class T>
-void printEach(Vela::DumpContext& context, const FirstInPlace<T>& elements) {
-    for (size_t i = 0; i < elements.size(); ++i) {
-        context.print(0, " %s", keyOf(elements[i]).toStrep().c_str());
-    }
+template <class Elements>
+void printEach(Vela::DumpContext& context, const Elements& elements) {
+    elements.each(
+        [&](const auto& element) { context.print(0, " %s", keyOf(element).toStrep().c_str()); });
     context.print(0, "\n");
 }
 
@@ -120,27 +118,6 @@ void RemoteIpToMac::dumpState(Vela::DumpContext& context, int indent) const {
 }
 
 // RemoteMacToIp
-
-size_t RemoteMacToIp::indexOf(const Zinc::IpGenAddr& ipAddress) const {
-    return ipAddress_.find([&](const Zinc::IpGenAddr& element) { return element == ipAddress; });
-}
-
-bool RemoteMacToIp::ipAddressHas(const Zinc::IpGenAddr& ipAddress) const {
-    return indexOf(ipAddress) != IpAddressCollection::none;
-}
-
-void RemoteMacToIp::ipAddressIs(const Zinc::IpGenAddr& ipAddress) {
-    if (!ipAddressHas(ipAddress)) {
-        ipAddress_.append(ipAddress);
-    }
-}
-
-void RemoteMacToIp::ipAddressDel(const Zinc::IpGenAddr& ipAddress) {
-    size_t i = indexOf(ipAddress);
-    if (i != IpAddressCollection::none) {
-        ipAddress_.remove(i);
-    }
-}
 
 std::string RemoteMacToIp::toStrep() const {
     return "<vlanIdMacAddress=" + vlanIdMacAddress_.toStrep() + " ipAddress=[" +

@@ -8,14 +8,15 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace ArpSuppression {
 
-/// A few elements in the order in which they came. Rarely is there another than the first, which
-/// needs no memory of its own.
+/// A few elements in the order in which they came, to be searched one by one. Rarely is there
+/// another than the first, which needs no memory of its own.
 template <class T>
 class FirstInPlace {
   public:
@@ -24,6 +25,12 @@ class FirstInPlace {
     size_t size() const { return hasFirst_ ? 1 + (further_ ? further_->size() : 0) : 0; }
     const T& operator[](size_t i) const { return i == 0 ? first_ : (*further_)[i - 1]; }
     T& operator[](size_t i) { return i == 0 ? first_ : (*further_)[i - 1]; }
+    template <class Visit>
+    void each(Visit&& visit) const {
+        for (size_t i = 0; i < size(); ++i) {
+            visit((*this)[i]);
+        }
+    }
 
     /// Where the first element stands for which `is` holds.
     template <class Predicate>
@@ -71,6 +78,67 @@ class FirstInPlace {
 
   private:
     std::unique_ptr<std::vector<T>> further_; // never empty
+    T first_{};
+    bool hasFirst_ = false;
+};
+
+/// A set whose first element needs no memory of its own. Rarely is there another, but a host may
+/// take on any number of addresses.
+template <class T>
+class FirstInPlaceSet {
+  public:
+    size_t size() const { return hasFirst_ ? 1 + (further_ ? further_->size() : 0) : 0; }
+
+    bool has(const T& element) const {
+        return hasFirst_ && (first_ == element || (further_ && further_->contains(element)));
+    }
+
+    void insert(const T& element) {
+        if (!hasFirst_) {
+            first_ = element;
+            hasFirst_ = true;
+        } else if (first_ != element) {
+            if (!further_) {
+                further_ = std::make_unique<std::set<T>>();
+            }
+            further_->insert(element);
+        }
+    }
+
+    void erase(const T& element) {
+        if (hasFirst_ && first_ == element) {
+            hasFirst_ = further_ != nullptr;
+            if (further_) {
+                first_ = further_->extract(further_->begin()).value();
+            }
+        } else if (further_) {
+            further_->erase(element);
+        }
+        if (further_ && further_->empty()) {
+            further_.reset();
+        }
+    }
+
+    void clear() {
+        further_.reset();
+        hasFirst_ = false;
+    }
+
+    /// The first one, then the others in their order.
+    template <class Visit>
+    void each(Visit&& visit) const {
+        if (hasFirst_) {
+            visit(first_);
+        }
+        if (further_) {
+            for (const T& element : *further_) {
+                visit(element);
+            }
+        }
+    }
+
+  private:
+    std::unique_ptr<std::set<T>> further_; // never empty
     T first_{};
     bool hasFirst_ = false;
 };
@@ -127,7 +195,7 @@ class RemoteIpToMac final : public Vela::Entity {
 /// interface. Announces nothing, like RemoteIpToMac.
 class RemoteMacToIp final : public Vela::Entity {
   public:
-    using IpAddressCollection = FirstInPlace<Zinc::IpGenAddr>;
+    using IpAddressCollection = FirstInPlaceSet<Zinc::IpGenAddr>;
 
     explicit RemoteMacToIp(const VlanIdMacAddress& vlanIdMacAddress)
         : vlanIdMacAddress_(vlanIdMacAddress) {}
@@ -139,17 +207,14 @@ class RemoteMacToIp final : public Vela::Entity {
 
     const VlanIdMacAddress& vlanIdMacAddress() const { return vlanIdMacAddress_; }
 
-    /// In the order in which they were added.
     const IpAddressCollection& ipAddressCollection() const { return ipAddress_; }
     size_t ipAddresses() const { return ipAddress_.size(); }
-    bool ipAddressHas(const Zinc::IpGenAddr& ipAddress) const;
-    void ipAddressIs(const Zinc::IpGenAddr& ipAddress);
-    void ipAddressDel(const Zinc::IpGenAddr& ipAddress);
+    bool ipAddressHas(const Zinc::IpGenAddr& ipAddress) const { return ipAddress_.has(ipAddress); }
+    void ipAddressIs(const Zinc::IpGenAddr& ipAddress) { ipAddress_.insert(ipAddress); }
+    void ipAddressDel(const Zinc::IpGenAddr& ipAddress) { ipAddress_.erase(ipAddress); }
     void ipAddressDelAll() { ipAddress_.clear(); }
 
   private:
-    size_t indexOf(const Zinc::IpGenAddr& ipAddress) const;
-
     const VlanIdMacAddress vlanIdMacAddress_;
     IpAddressCollection ipAddress_;
 };

@@ -122,11 +122,9 @@ class RemoteBindingStatusSmFixture : public Testing::SwitchFixture {
             }
         }
         for (auto entry = status->macToIpCollection().first(); entry; ++entry) {
-            const auto& addresses = entry.value()->ipAddressCollection();
             auto& row = seen.macToIp[text(entry.key())];
-            for (size_t i = 0; i < addresses.size(); ++i) {
-                row.insert(addresses[i].toStrep());
-            }
+            entry.value()->ipAddressCollection().each(
+                [&](const Zinc::IpGenAddr& address) { row.insert(address.toStrep()); });
         }
         for (auto vlanId = status->vlanIdCollection().first(); vlanId; ++vlanId) {
             seen.vlanIds.insert(vlanId.key().value());

@@ -558,11 +558,15 @@ TEST_F(RemoteBindingStatusSmTest, traces) {
         << capture.text();
     entryText = status->ipToMacCollection().first().value()->toStrep();
     runUntilIdle();
+    std::string newAddressText = ipToMac("10.0.0.1")->vrfIpAddress().toStrep();
     for (const std::string& line :
          {" ipToMac=" + entryText +
               " vlanL3Info=<vrfName=red vlanId=10> newVrf=<vrfName=red vrfId=",
           " delete ipToMac=" + entryText +
-              " vlanIdMacAddress=<vlanId=10 macAddress=02:00:00:00:00:0a>\n"}) {
+              " vlanIdMacAddress=<vlanId=10 macAddress=02:00:00:00:00:0a>\n",
+          " add ipToMac newVrfIpAddress=" + newAddressText +
+              " vlanIdMacAddress=<vlanId=10 macAddress=02:00:00:00:00:0a> create=no "
+              "activeLocalChanged=no\n"}) {
         EXPECT_EQ(capture.count(line), 1u) << line << " in\n" << capture.text();
     }
     sm->destroy();

@@ -52,13 +52,6 @@ class RemoteBindingStatusSmWalkTest : public RemoteBindingStatusSmFixture {
         }
         return ips;
     }
-    std::vector<std::string> addressOrder() {
-        std::vector<std::string> ips;
-        for (auto entry = status->ipToMacCollection().first(); entry; ++entry) {
-            ips.push_back(entry.key().ipAddress().toStrep());
-        }
-        return ips;
-    }
     bool filed(const std::string& ipText) { return ipToMac(ipText) != nullptr; }
 
     const Vela::Ptr<Vela::TaskScheduler> walks = Vela::make<Vela::TaskScheduler>(
@@ -154,6 +147,55 @@ TEST_F(RemoteBindingStatusSmWalkTest, aTableEmptiedBetweenTwoSlicesIsDone) {
     announce();
     walkToTheEnd();
     expectMirrored();
+}
+
+// Many bindings in one slice, where it may be so long
+
+TEST_F(RemoteBindingStatusSmWalkTest, aLongSliceHandlesEveryBinding) {
+    for (unsigned i = 1; i <= 100; ++i) {
+        bindingIs(ip(i), i % 3 ? macA : macB, 10, i % 2);
+    }
+    configReadyIs();
+    TraceCapture capture("ArpSuppression=8");
+    machineIs(scheduler());
+    runUntilIdle();
+    EXPECT_EQ(capture.count(" finished processed=100 done=yes\n"), alwaysYield() ? 0u : 2u)
+        << "the bindings, and the addresses";
+    EXPECT_EQ(changes().size(), 100u);
+    expectMirrored();
+}
+
+TEST_F(RemoteBindingStatusSmWalkTest, aBindingMayGoBeforeALongSliceComesToIt) {
+    bindingsAre(40);
+    configReadyIs();
+    auto reaction = status->lastVrfIpAddressChangeAttribute().react(nullptr, [&] {
+        std::string first = status->lastVrfIpAddressChange().ipAddress().toStrep();
+        for (unsigned i = 1; i <= 40; ++i) {
+            if (ip(i) != first) {
+                bindingDel(ip(i));
+            }
+        }
+    });
+    machineIs(scheduler());
+    runUntilIdle();
+    EXPECT_EQ(changes().size(), 1u);
+    EXPECT_EQ(status->ipToMacs(), 1u);
+    expectMirrored();
+}
+
+TEST_F(RemoteBindingStatusSmWalkTest, whoIsToldInALongSliceMayEndIt) {
+    bindingsAre(40);
+    configReadyIs();
+    unsigned told = 0;
+    auto reaction = status->lastVrfIpAddressChangeAttribute().react(nullptr, [&] {
+        if (++told == 20) {
+            sm->destroy();
+        }
+    });
+    machineIs(scheduler());
+    runUntilIdle();
+    EXPECT_EQ(status->ipToMacs(), 20u);
+    EXPECT_FALSE(status->initialPopulationComplete());
 }
 
 // The configuration changes between slices
@@ -299,8 +341,6 @@ class AddressWalk : public RemoteBindingStatusSmWalkTest {
 };
 
 TEST_F(AddressWalk, goesOnWhereItWas) {
-    size_t left = status->ipToMacs();
-    EXPECT_LE(left, 12u);
     EXPECT_EQ(walkToTheEnd(), 7u);
     expectMirrored();
 }
@@ -369,7 +409,6 @@ TEST_F(AddressWalk, theVlanMayLoseItsL3Info) {
 
 TEST_F(AddressWalk, yieldsAtEveryAddress) {
     TraceCapture capture("ArpSuppression=8");
-    auto before = addressOrder();
     slice();
     EXPECT_EQ(capture.count(" finished processed=1 done=no\n"), 1u) << capture.text();
     walkToTheEnd();
