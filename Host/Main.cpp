@@ -2,9 +2,12 @@
 #include "Host/Daemon.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -17,9 +20,26 @@ constexpr const char* footer =
     "Exit status: 0 stopped or checked, 1 it could not start or the configuration has mistakes,\n"
     "2 wrong usage.\n";
 
+/// A million bindings are hundreds of megabytes in small pieces, more pages than the processor
+/// keeps the addresses of. The C library asks for huge pages only if it is told so from outside, at
+/// the program's start: this starts the program anew, in the same process, unless that was done.
+void askForHugePages(char** argv) {
+    constexpr const char* tunables = "GLIBC_TUNABLES";
+    if (getenv(tunables)) {
+        return;
+    }
+    setenv(tunables, "glibc.malloc.hugetlb=1", 1);
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        execv(program.c_str(), argv); // returns where it fails, which only costs speed
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    askForHugePages(argv);
     CLI::App app(description, "arpsupd");
     app.footer(footer);
     std::string file = "/etc/arpsup/arpsupd.toml";

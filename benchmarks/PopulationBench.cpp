@@ -60,7 +60,9 @@ class RemoteHosts {
         std::filesystem::remove_all(directory_);
     }
 
+    /// On fresh memory, as in an agent that starts, whatever ran before.
     void machineIs() {
+        malloc_trim(0);
         sm_ = make<RemoteBindingStatusSm>(scheduler_, state_.remoteBindingConfig, readers_, l3_,
                                           status_);
     }

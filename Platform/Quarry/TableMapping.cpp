@@ -1,6 +1,7 @@
 #include "Platform/Quarry/TableMapping.h"
 
 #include "Platform/Base/Assert.h"
+#include "Platform/Base/Hash.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -105,7 +106,9 @@ void fillHeader(Format::Header& header, const TableShape& shape) {
     header.recordBytes = recordBytesFor(shape.payloadBytes);
     header.capacity = shape.capacity;
     header.bucketCapacity = std::bit_ceil(shape.capacity);
-    header.hashSeed = randomNumber();
+    // As the collections of the process have it: one that is filled by walking the table then grows
+    // in its own order, next to what was touched just before.
+    header.hashSeed = Vela::processHashSeed();
     header.generation = randomNumber();
     header.writerPid = static_cast<uint32_t>(getpid());
     shape.recordType.copy(header.recordType, Format::recordTypeBytes - 1);

@@ -104,6 +104,10 @@ inline int TableView::compareKeys(const void* payload, const uint64_t* key) cons
 
 /// A walk asks next for what a link leads to, which it would have to wait for.
 void TableView::approach(uint32_t link) const {
+    uint32_t number = link & ~Format::bucketLink;
+    if (link & Format::bucketLink && number < mapping_.bucketCapacity()) {
+        link = mapping_.bucket(number).load(acquire);
+    }
     if (!(link & Format::bucketLink) && link - 1 < mapping_.capacity()) {
         __builtin_prefetch(&mapping_.record(link - 1));
     }
