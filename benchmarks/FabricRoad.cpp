@@ -5,9 +5,9 @@
 #include "Linux/ForwardingPlane.h"
 #include "Testing/NamedNetNs.h"
 #include "Testing/TemporaryDirectory.h"
+#include "benchmarks/Requester.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -18,51 +18,26 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <linux/if_packet.h>
 #include <memory>
 #include <net/if.h>
-#include <random>
+#include <optional>
 #include <sched.h>
 #include <stdexcept>
 #include <string>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
+using namespace Benchmarks;
+
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Mac = std::array<uint8_t, 6>;
-using Ip = std::array<uint8_t, 4>;
-
-constexpr uint32_t hosts = 1000;
-constexpr unsigned window = 64; // requests under way; a socket's default buffer holds some 250
 constexpr unsigned rounds = 3;
 constexpr size_t askingCore = 0;
 constexpr size_t answeringCore = 1;
-constexpr uint16_t arpEtherType = 0x0806;
-constexpr size_t arpFrameBytes = 42;
 
-const Mac switchMac = {2, 0, 0, 0, 0x0b, 0x0b};
-const Mac requesterMac = {2, 0, 0, 0, 0, 1};
-const Ip requesterIp = {10, 10, 255, 1};
-
-/// A host's MAC address holds its address, so that it can be told without a table.
-Ip ipOf(uint32_t host) {
-    return {10, 10, static_cast<uint8_t>(1 + host / 250), static_cast<uint8_t>(1 + host % 250)};
-}
-Mac macOf(const Ip& ip) {
-    return {2, 1, ip[0], ip[1], ip[2], ip[3]};
-}
-/// `hosts` if there is none.
-uint32_t hostOf(const Ip& ip) {
-    uint32_t host = (ip[2] - 1u) * 250 + ip[3] - 1u;
-    return host < hosts && ipOf(host) == ip ? host : hosts;
-}
+constexpr Mac switchMac = {2, 0, 0, 0, 0x0b, 0x0b};
 
 std::string text(const Ip& ip) {
     std::array<char, 16> text;
@@ -74,10 +49,6 @@ std::string text(const Mac& mac) {
     std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
                   mac[3], mac[4], mac[5]);
     return text.data();
-}
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
 }
 
 void shell(const std::string& script) {
@@ -93,22 +64,6 @@ void pinTo(size_t core) {
     if (sched_setaffinity(0, sizeof cores, &cores) != 0) {
         fail("two cores");
     }
-}
-
-/// Receives nothing with protocol 0.
-Vela::UniqueFd openOn(const char* device, uint16_t protocol) {
-    Vela::UniqueFd fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
-    int on = 1;
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(protocol);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(device));
-    const void* generic = &address;
-    if (!fd || setsockopt(fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0 ||
-        bind(fd.get(), static_cast<const sockaddr*>(generic), sizeof address) != 0) {
-        fail(device);
-    }
-    return fd;
 }
 
 /// A leaf in this process's namespace, with VLAN 10, a host on its port et1, and behind its tunnel
@@ -297,163 +252,6 @@ void daemon() {
     fail(program);
 }
 
-/// The host that asks, and looks closely at what it is told.
-class Requester {
-  public:
-    Requester() {
-        Fabric::inHost([this] {
-            out_ = openOn("host0", 0);
-            in_ = openOn("host0", arpEtherType);
-        });
-        std::mt19937 random(1);
-        for (unsigned i = 0; i < 4096; ++i) {
-            requests_.push_back(requestFor(static_cast<uint32_t>(random() % hosts)));
-        }
-        for (size_t i = 0; i < window; ++i) {
-            inPlaces_[i] = {frames_[i].data(), frames_[i].size()};
-            outMessages_[i].msg_hdr.msg_iov = &outPlaces_[i];
-            inMessages_[i].msg_hdr.msg_iov = &inPlaces_[i];
-            outMessages_[i].msg_hdr.msg_iovlen = inMessages_[i].msg_hdr.msg_iovlen = 1;
-        }
-    }
-
-    /// Waits until there is an answer at all.
-    void waitForTheFirst() {
-        for (unsigned i = 0; i < 1000; ++i) {
-            ask(1);
-            if (answers(std::chrono::milliseconds(20)) > 0) {
-                unanswered();
-                return;
-            }
-        }
-        throw std::runtime_error("nobody answers");
-    }
-
-    /// Right answers so far.
-    uint64_t answered() const { return answered_; }
-
-    /// Answers per second with a number of requests under way all the time.
-    double rate(std::chrono::milliseconds time) {
-        unsigned underWay = 0;
-        uint64_t before = answered_;
-        auto begin = Clock::now();
-        auto last = begin;
-        while (last < begin + time) {
-            ask(window - underWay);
-            underWay = window;
-            // Several at once cost the requester less than one by one: it is not to be the limit.
-            unsigned more = answers(std::chrono::milliseconds(200), window / 4);
-            underWay = more == 0 ? 0 : underWay - std::min(more, underWay); // else they are lost
-            last = Clock::now();
-        }
-        return static_cast<double>(answered_ - before) /
-               std::chrono::duration<double>(last - begin).count();
-    }
-    /// Microseconds from request to answer, one at a time, in order of size.
-    std::vector<double> latencies(size_t count) {
-        std::vector<double> all;
-        while (all.size() < count) {
-            auto begin = Clock::now();
-            ask(1);
-            if (answers(std::chrono::milliseconds(200)) > 0) {
-                all.push_back(
-                    std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
-            } else {
-                all.push_back(200'000);
-            }
-        }
-        std::sort(all.begin(), all.end());
-        return all;
-    }
-    /// Requests since the last call that nobody has answered, however long they are waited for.
-    uint64_t unanswered() {
-        while (answers(std::chrono::milliseconds(200)) > 0) {
-        }
-        uint64_t count = 0;
-        for (uint32_t& waiting : waiting_) {
-            count += waiting;
-            waiting = 0;
-        }
-        return count;
-    }
-
-  private:
-    using Request = std::array<uint8_t, arpFrameBytes>;
-
-    static Request requestFor(uint32_t host) {
-        Request frame{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0, 0, 0, 0, 0,
-                      0,    8,    6,    0,    1,    8,    0, 6, 4, 0, 1};
-        std::copy_n(requesterMac.begin(), 6, &frame[6]);
-        std::copy_n(requesterMac.begin(), 6, &frame[22]);
-        std::copy_n(requesterIp.begin(), 4, &frame[28]);
-        Ip target = ipOf(host);
-        std::copy_n(target.begin(), 4, &frame[38]);
-        return frame;
-    }
-    void ask(unsigned count) {
-        for (unsigned i = 0; i < count; ++i) {
-            Request& request = requests_[next_++ % requests_.size()];
-            ++waiting_[hostOf({request[38], request[39], request[40], request[41]})];
-            outPlaces_[i] = {request.data(), request.size()};
-        }
-        for (unsigned sent = 0; sent < count;) {
-            int more = sendmmsg(out_.get(), &outMessages_[sent], count - sent, 0);
-            if (more < 0) {
-                fail("send");
-            }
-            sent += static_cast<unsigned>(more);
-        }
-    }
-    /// Takes what has come; waits for so many without letting go of the core.
-    unsigned answers(std::chrono::milliseconds longest, unsigned atLeast = 1) {
-        unsigned count = 0;
-        for (auto end = Clock::now() + longest; count < atLeast && Clock::now() < end;) {
-            int more = recvmmsg(in_.get(), inMessages_.data(), window, MSG_DONTWAIT, nullptr);
-            if (more < 0 && errno != EAGAIN) {
-                fail("receive");
-            }
-            for (int i = 0; i < more; ++i, ++count) {
-                auto place = static_cast<size_t>(i);
-                check(frames_[place].data(), inMessages_[place].msg_len);
-            }
-        }
-        return count;
-    }
-    void check(const uint8_t* frame, size_t length) {
-        const std::array<uint8_t, 10> expected = {8, 6, 0, 1, 8, 0, 6, 4, 0, 2};
-        if (length < arpFrameBytes ||
-            !std::equal(requesterMac.begin(), requesterMac.end(), frame) ||
-            !std::equal(expected.begin(), expected.end(), frame + 12) ||
-            !std::equal(requesterMac.begin(), requesterMac.end(), frame + 32) ||
-            !std::equal(requesterIp.begin(), requesterIp.end(), frame + 38)) {
-            throw std::runtime_error("a frame that is no answer");
-        }
-        Ip ip = {frame[28], frame[29], frame[30], frame[31]};
-        Mac mac = macOf(ip);
-        uint32_t host = hostOf(ip);
-        if (host == hosts || waiting_[host] == 0) {
-            throw std::runtime_error("an answer that nobody has asked for");
-        }
-        if (!std::equal(mac.begin(), mac.end(), frame + 22)) {
-            throw std::runtime_error("a wrong MAC address");
-        }
-        --waiting_[host];
-        ++answered_;
-    }
-
-    Vela::UniqueFd out_;
-    Vela::UniqueFd in_;
-    std::vector<Request> requests_;
-    size_t next_ = 0;
-    std::array<std::array<uint8_t, 2048>, window> frames_;
-    std::array<iovec, window> outPlaces_{};
-    std::array<iovec, window> inPlaces_{};
-    std::array<mmsghdr, window> outMessages_{};
-    std::array<mmsghdr, window> inMessages_{};
-    std::array<uint32_t, hosts> waiting_{};
-    uint64_t answered_ = 0;
-};
-
 struct Result {
     double rate;
     double median;
@@ -465,7 +263,9 @@ struct Result {
 /// The answering process is null where the kernel answers in the requester's.
 Result measure(const Process* answering) {
     auto processor = [&] { return answering ? answering->time() : 0; };
-    Requester requester;
+    std::optional<Requester> host;
+    Fabric::inHost([&] { host.emplace("host0"); });
+    Requester& requester = *host;
     requester.waitForTheFirst();
     requester.rate(std::chrono::milliseconds(300));
     requester.unanswered();
