@@ -19,6 +19,10 @@ std::string jsonOf(const ForwardingPlaneReport& report) {
     for (uint32_t ifIndex : report.tunnels) {
         json.value(ifIndex);
     }
+    json.endArray().key("problems").beginArray();
+    for (const std::string& problem : report.problems) {
+        json.value(problem);
+    }
     json.endArray().key("counters").beginObject();
     for (const auto& [name, count] : report.counters) {
         json.field(name, count);
@@ -41,6 +45,9 @@ void writeForwardingPlane(const ForwardingPlaneReport& report, bool json, int fd
     std::string trapping = report.silentBecause.empty() ? "yes" : "no, " + report.silentBecause;
     context.print(0, "enabled %s\ntrapping %s\ntunnels%s\n", report.enabled ? "yes" : "no",
                   trapping.c_str(), tunnels.empty() ? " none" : tunnels.c_str());
+    for (const std::string& problem : report.problems) {
+        context.print(0, "problem %s\n", problem.c_str());
+    }
     for (const auto& [name, count] : report.counters) {
         context.print(0, "%-36s%12llu\n", name.c_str(), static_cast<unsigned long long>(count));
     }

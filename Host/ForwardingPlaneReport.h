@@ -12,7 +12,8 @@ struct ForwardingPlaneReport {
     bool enabled = false; ///< false while the daemon stops
     /// Why no requests are trapped; empty while they are.
     std::string silentBecause = {};
-    std::vector<uint32_t> tunnels = {}; ///< the devices that it watches, by kernel index
+    std::vector<uint32_t> tunnels = {};     ///< the devices that it watches, by kernel index
+    std::vector<std::string> problems = {}; ///< with tunnels that it cannot watch
     std::vector<std::pair<std::string, uint64_t>> counters = {}; ///< in frames
 };
 

@@ -11,6 +11,9 @@ inline ForwardingPlaneReport reportOf(const Linux::ForwardingPlane& plane) {
     ForwardingPlaneReport report{.enabled = plane.enabled(),
                                  .silentBecause = plane.silentBecause(),
                                  .tunnels = {tunnels.begin(), tunnels.end()}};
+    for (const auto& [ifIndex, problem] : plane.problems()) {
+        report.problems.push_back(problem);
+    }
     const Linux::PlaneCounters counters = plane.counters();
     for (int number = 0; number < Linux::Plane::counterLimit; ++number) {
         auto counter = static_cast<Linux::Plane::Counter>(number);

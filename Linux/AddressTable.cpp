@@ -75,9 +75,11 @@ void AddressTable::resyncFinished() {
     addresses_ = std::exchange(dumped_, {});
     announced_.clear();
     resyncing_ = false;
+    sweeping_ = true;
     for (uint32_t ifIndex : changed) {
         changed_(ifIndex);
     }
+    sweeping_ = false;
 }
 
 void AddressTable::update(const AddressMessage& address) {

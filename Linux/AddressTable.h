@@ -23,6 +23,8 @@ class AddressTable final : public NetlinkConsumer {
 
     /// None for a device that has none. Valid until the table changes.
     const std::vector<AddressMessage>& addresses(uint32_t ifIndex) const;
+    /// Whether a change is one of the many that the end of a resync may bring in one call.
+    bool sweeping() const { return sweeping_; }
 
     void resyncStarted() override;
     void message(const nlmsghdr& message) override;
@@ -37,6 +39,7 @@ class AddressTable final : public NetlinkConsumer {
     const Changed changed_;
     std::map<uint32_t, std::vector<AddressMessage>> addresses_;
     bool resyncing_ = false;
+    bool sweeping_ = false;
     std::map<uint32_t, std::vector<AddressMessage>> dumped_; // in the resync under way
     std::set<Key> announced_;                                // in it
 };

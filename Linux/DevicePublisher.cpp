@@ -86,7 +86,7 @@ void DevicePublisher::handleLink(NetNs& netNs, const LinkMessage* before,
         netNs.kernelNetInfo->interfaceIs(
             {after->ifIndex, after->name, after->flags, after->macAddress});
         // Its number exists as soon as a message has it.
-        if (after->linkNetNsId && !netNs.ownNetNsId) {
+        if (after->linkNetNsId && !netNs.ownNetNsId && netNs.name != ownNetNs) {
             netNs.ownNetNsId = questions_.ownNetNsId(netNs.name);
         }
         if (after->kind == "veth" && after->link == 0 && (!before || before->link != 0)) {
@@ -105,14 +105,14 @@ void DevicePublisher::handleLink(NetNs& netNs, const LinkMessage* before,
             note(netNs, *link, changes);
         }
     }
-    apply(std::move(changes));
+    apply(std::move(changes), netNs.links.sweeping());
 }
 
 void DevicePublisher::handleAddresses(const NetNs& netNs, uint32_t ifIndex) {
     if (const LinkMessage* link = netNs.links.find(ifIndex)) {
         Changes changes;
         changes.interfaces.insert(deviceInterfaceName(configuration(), netNs.name, *link));
-        apply(std::move(changes));
+        apply(std::move(changes), netNs.addresses.sweeping());
     }
 }
 
@@ -144,8 +144,8 @@ void DevicePublisher::note(const NetNs& netNs, const LinkMessage& link, Changes&
     }
 }
 
-void DevicePublisher::apply(Changes changes) {
-    if (publishing_) {
+void DevicePublisher::apply(Changes changes, bool oneOfMany) {
+    if (publishing_ && !oneOfMany) {
         while (updateNext(changes)) {
         }
     } else {

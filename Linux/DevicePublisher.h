@@ -17,9 +17,9 @@ namespace Linux {
 /// Makes the switch's models of the kernel's devices and addresses: kernel interfaces per
 /// namespace, interfaces, routed interfaces, VRFs, and what bridges and their ports are to VLANs.
 ///
-/// What the kernel tells takes effect at once. Only what is there at the start, what a changed
-/// configuration may change and what goes with a namespace is worked off by a task; until it is
-/// through, `settled` is false.
+/// What the kernel tells takes effect at once. Only what is there at the start, what the end of a
+/// resync or a changed configuration may change and what goes with a namespace is worked off by a
+/// task; until it is through, `settled` is false.
 class DevicePublisher final : public Vela::Entity {
   public:
     /// What has to be asked from the kernel. Neither may come back here within the call.
@@ -74,7 +74,7 @@ class DevicePublisher final : public Vela::Entity {
     void handleLink(NetNs& netNs, const LinkMessage* before, const LinkMessage* after);
     void handleAddresses(const NetNs& netNs, uint32_t ifIndex);
     void note(const NetNs& netNs, const LinkMessage& link, Changes& changes) const;
-    void apply(Changes changes);
+    void apply(Changes changes, bool oneOfMany);
     void applyLater(Changes changes);
     bool updateNext(Changes& changes);
     Vela::SliceResult workOff();

@@ -30,11 +30,32 @@ uint64_t asNumber(const Zinc::EthAddr& address) {
 
 /// What stands in the kernel for this object.
 struct ForwardingPlane::Kernel {
+    struct Device {
+        const char* name;
+        void (PlaneProgram::*attach)(uint32_t farIfIndex);
+        std::optional<PlaneDevice> device = std::nullopt;
+
+        bool missing() const { return !device || device->gone(); }
+        bool running() const { return device && device->running(); }
+    };
+
+    void make(Device& which) {
+        which.device.reset();
+        which.device.emplace(which.name, Plane::deviceMtu);
+        try {
+            (program.*which.attach)(which.device->farIfIndex());
+        } catch (const PlaneError&) {
+            which.device.reset(); // the agent would talk to nobody
+            throw;
+        }
+    }
+
     PlaneProgram program;
     PacketSocketList packetSockets;
-    PlaneDevice snoop{"arpsnoop", Plane::deviceMtu};
-    PlaneDevice inject{"arpinject", Plane::deviceMtu};
-    PlaneDevice fabric{"fabric", Plane::deviceMtu};
+    Device snoop{"arpsnoop", &PlaneProgram::attachTrap};
+    Device inject{"arpinject", &PlaneProgram::attachInject};
+    Device fabric{"fabric", &PlaneProgram::attachFabric};
+    const std::array<Device*, 3> devices{&snoop, &inject, &fabric};
 };
 
 const char* PlaneCounters::name(Plane::Counter counter) {
@@ -53,16 +74,16 @@ ForwardingPlane::ForwardingPlane(const Inputs& inputs)
     : inputs_(inputs), kernel_(std::make_unique<Kernel>()) {
     kernel_->program.state().heartbeatLimit = static_cast<uint64_t>(heartbeatLimit.count());
     kernel_->program.detachLeftovers();
-    kernel_->program.attachTrap(kernel_->snoop.farIfIndex());
-    kernel_->program.attachInject(kernel_->inject.farIfIndex());
-    kernel_->program.attachFabric(kernel_->fabric.farIfIndex());
+    for (Kernel::Device* device : kernel_->devices) {
+        kernel_->make(*device);
+    }
 }
 
 ForwardingPlane::~ForwardingPlane() = default;
 
 void ForwardingPlane::handleInitialized() {
     task_ = Vela::make<Vela::Task>(inputs_.scheduler, 3, "ForwardingPlane", this,
-                                   [this] { return attachSlice(); });
+                                   [this] { return work(); });
     turnReaction_ = inputs_.turns.react(this, [this] { handleTurn(); });
     vlanBridgeReaction_ = inputs_.topology->vlanBridgeCollection().react(
         this, [this](Bridging::VlanId vlanId) { handleVlan(vlanId); });
@@ -116,25 +137,31 @@ void ForwardingPlane::beat() {
     lastBeat_ = inputs_.scheduler->clock().now();
     silentBecause_ = whySilent();
     kernel_->program.state().heartbeat = trapping() ? static_cast<uint64_t>(lastBeat_.count()) : 0;
+    const auto& devices = kernel_->devices;
+    if (enabled_ && std::any_of(devices.begin(), devices.end(),
+                                [](const Kernel::Device* device) { return device->missing(); })) {
+        task_->schedule();
+    }
 }
 
 std::string ForwardingPlane::whySilent() const {
     if (!enabled_) {
         return "stopped";
     }
-    for (const PlaneDevice* device : {&kernel_->snoop, &kernel_->inject, &kernel_->fabric}) {
+    for (const Kernel::Device* device : kernel_->devices) {
         if (!device->running()) {
-            return device->name() + " is not there or down";
+            return deviceProblem_.empty() ? device->name + std::string(" is not there or down")
+                                          : deviceProblem_;
         }
     }
     std::vector<uint32_t> bound = kernel_->packetSockets.boundDevices(Plane::trapEtherType);
-    auto isBound = [&](const PlaneDevice& device) {
-        return std::find(bound.begin(), bound.end(), device.ifIndex()) != bound.end();
+    auto isBound = [&](const Kernel::Device& device) {
+        return std::find(bound.begin(), bound.end(), device.device->ifIndex()) != bound.end();
     };
     if (!isBound(kernel_->snoop)) {
-        return "nobody reads from " + kernel_->snoop.name();
+        return std::string("nobody reads from ") + kernel_->snoop.name;
     }
-    return isBound(kernel_->inject) ? "" : "nobody writes to " + kernel_->inject.name();
+    return isBound(kernel_->inject) ? "" : std::string("nobody writes to ") + kernel_->inject.name;
 }
 
 void ForwardingPlane::handleOwnAddresses() {
@@ -182,6 +209,32 @@ void ForwardingPlane::handlePort(uint32_t ifIndex) {
         pending_.insert(ifIndex);
         task_->schedule();
     }
+}
+
+Vela::SliceResult ForwardingPlane::work() {
+    return makeMissingDevice() ? Vela::SliceResult{true, 1} : attachSlice();
+}
+
+/// One that somebody has deleted. The agent hears of the new one as of any other device. Returns
+/// whether there was one that could be made.
+bool ForwardingPlane::makeMissingDevice() {
+    std::string problem;
+    for (Kernel::Device* device : kernel_->devices) {
+        if (enabled_ && device->missing()) {
+            try {
+                kernel_->make(*device);
+                TRACE(trace, 0, this, device->name << " was deleted and is made anew");
+                return true;
+            } catch (const PlaneError& error) {
+                problem = error.what(); // the next sign of life tries again
+            }
+        }
+    }
+    if (problem != deviceProblem_ && !problem.empty()) {
+        TRACE(trace, 0, this, problem);
+    }
+    deviceProblem_ = problem;
+    return false;
 }
 
 Vela::SliceResult ForwardingPlane::attachSlice() {

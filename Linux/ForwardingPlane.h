@@ -29,9 +29,10 @@ struct PlaneCounters {
 
 /// What a switching chip is elsewhere: brings requests to the agent, and the agent's frames to
 /// where they belong. The frames stay in the kernel (bpf/ForwardingPlane.bpf.c); this object makes
-/// the devices "arpsnoop", "arpinject" and "fabric", keeps the programs on the tunnel devices of
-/// the topology, and tells them what is active, where it leads and that the agent is alive. All of
-/// that goes with its life, and frames pass as if there had been nothing.
+/// the devices "arpsnoop", "arpinject" and "fabric", and makes them anew when somebody deletes
+/// them, keeps the programs on the tunnel devices of the topology, and tells them what is active,
+/// where it leads and that the agent is alive. All of that goes with its life, and frames pass as
+/// if there had been nothing.
 ///
 /// Alive means: the loop that runs the agent completes turns, its trap and injection sockets are
 /// bound, and the devices pass frames. The plane asks the kernel for the sockets (they are those
@@ -80,6 +81,8 @@ class ForwardingPlane final : public Vela::Entity {
     PlaneCounters counters() const;
     /// The tunnel devices that the programs are on.
     const std::set<uint32_t>& attachedTunnels() const { return attached_; }
+    /// Why they are not on others, by device; that is tried again and again.
+    const std::map<uint32_t, std::string>& problems() const { return problems_; }
 
   protected:
     ~ForwardingPlane() override;
@@ -93,6 +96,8 @@ class ForwardingPlane final : public Vela::Entity {
     void handleOwnAddresses();
     void handleVlan(Bridging::VlanId vlanId);
     void handlePort(uint32_t ifIndex);
+    Vela::SliceResult work();
+    bool makeMissingDevice();
     Vela::SliceResult attachSlice();
     bool attach(uint32_t ifIndex);
     void beat();
@@ -109,6 +114,7 @@ class ForwardingPlane final : public Vela::Entity {
     std::set<uint32_t> pending_; // devices to attach to or to detach from
     std::set<uint32_t> failed_;  // to be tried again
     std::map<uint32_t, std::string> problems_;
+    std::string deviceProblem_; // why one that was deleted is not made anew
     Vela::Owned<Vela::Task> task_;
     Vela::Reaction turnReaction_;
     Vela::Reaction vlanBridgeReaction_;

@@ -56,9 +56,11 @@ void LinkTable::resyncFinished() {
             gone.push_back(ifIndex);
         }
     }
+    sweeping_ = true;
     for (uint32_t ifIndex : gone) {
         linkDel(ifIndex);
     }
+    sweeping_ = false;
     resyncing_ = false;
     seen_.clear();
     announced_.clear();

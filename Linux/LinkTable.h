@@ -23,6 +23,8 @@ class LinkTable final : public NetlinkConsumer {
     explicit LinkTable(Changed changed) : changed_(std::move(changed)) {}
 
     size_t count() const { return links_.size(); }
+    /// Whether a change is one of the many that the end of a resync may bring in one call.
+    bool sweeping() const { return sweeping_; }
     /// Null if there is none; valid until the table changes.
     const LinkMessage* find(uint32_t ifIndex) const;
     const LinkMessage* findByName(const std::string& name) const;
@@ -56,6 +58,7 @@ class LinkTable final : public NetlinkConsumer {
     Relation byMaster_;
     Relation byLink_;
     bool resyncing_ = false;
+    bool sweeping_ = false;
     std::set<uint32_t> seen_;      // in the resync under way
     std::set<uint32_t> announced_; // in it
 };

@@ -24,6 +24,8 @@ constexpr decltype(statfs::f_type) namespaceFileSystem = 0x6e736673;
 // soon as a rule, and perhaps never.
 constexpr double secondsUntilMounted = 0.02;
 constexpr double longestSecondsUntilMounted = 1;
+// Nor does anybody tell of what is mounted over a name, or unmounted there.
+constexpr double secondsBetweenLooks = 2;
 
 std::string pathOf(const std::string& name) {
     return std::string(directory) + "/" + name;
@@ -104,6 +106,10 @@ Vela::SliceResult NetNsWatch::read() {
     if (!later_.empty() && scheduler_->clock().now() >= laterDue_) {
         due_.merge(std::exchange(later_, {}));
     }
+    if (scheduler_->clock().now() >= nextLook_) {
+        nextLook_ = scheduler_->clock().now() + Vela::nanosecondsFromSeconds(secondsBetweenLooks);
+        due_ = names_;
+    }
     uint32_t items = 0;
     while (!due_.empty() && !destroyed()) {
         announce(due_.extract(due_.begin()).value());
@@ -114,6 +120,9 @@ Vela::SliceResult NetNsWatch::read() {
     }
     if (!destroyed() && !later_.empty()) {
         task_->scheduleAt(laterDue_);
+    }
+    if (!destroyed() && !names_.empty()) {
+        task_->scheduleAt(nextLook_);
     }
     return {false, items};
 }

@@ -45,6 +45,7 @@ class NetNsWatch final : public Vela::Entity {
     std::set<std::string> due_;   // to be announced
     std::set<std::string> later_; // to be looked at again
     Vela::MonotonicTime laterDue_{0};
+    Vela::MonotonicTime nextLook_{0};
     double secondsUntilLater_ = 0;
     bool watching_ = false;
     Vela::Owned<Vela::FileDescriptor> events_;

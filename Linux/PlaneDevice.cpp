@@ -222,6 +222,12 @@ bool PlaneDevice::present() const {
     return ioctl(socket_.get(), SIOCGIFNAME, &request) == 0 && request.ifr_name == name_;
 }
 
+bool PlaneDevice::gone() const {
+    ifreq request{};
+    request.ifr_ifindex = static_cast<int>(ifIndex_);
+    return ioctl(socket_.get(), SIOCGIFNAME, &request) != 0 && errno == ENODEV;
+}
+
 bool PlaneDevice::running() const {
     ifreq request{};
     name_.copy(request.ifr_name, IFNAMSIZ - 1);

@@ -40,6 +40,8 @@ class PlaneDevice {
 
     /// Whether frames pass: the device is there as it was made, and both ends are up.
     bool running() const;
+    /// Whether somebody has deleted it. One that only has another name is still there.
+    bool gone() const;
 
   private:
     std::string farName() const { return name_ + "-fp"; }

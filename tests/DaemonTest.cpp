@@ -234,6 +234,25 @@ TEST_F(DaemonTest, OnLinuxTheKernelIsTheSwitch) {
     stop();
 }
 
+TEST_F(DaemonTest, OnLinuxItSaysWhatPrivilegeItLacks) {
+    Testing::enterOwnNamespaces();
+    configure("[linux]\n");
+    const std::pair<const char*, const char*> lacking[] = {
+        // CAP_SYS_ADMIN includes the other.
+        {"-bpf,-sys_admin", "arpsupd: the forwarding plane cannot be loaded: Operation not "
+                            "permitted; that takes CAP_BPF and CAP_NET_ADMIN\n"},
+        {"-net_admin", "arpsupd: the forwarding plane cannot make the devices arpsnoop and "
+                       "arpsnoop-fp: Operation not permitted; that takes CAP_NET_ADMIN\n"}};
+    for (const auto& [capabilities, text] : lacking) {
+        SCOPED_TRACE(capabilities);
+        ChildProcess daemon("/usr/bin/env",
+                            {"setpriv", "--bounding-set", capabilities, "--inh-caps", capabilities,
+                             ARPSUPD, "--config", file()});
+        EXPECT_EQ(daemon.status(), 1);
+        EXPECT_EQ(daemon.errors().rfind(text, 0), 0u) << daemon.errors();
+    }
+}
+
 TEST_F(DaemonTest, TraceLevelsAreThoseOfTheConfiguration) {
     start();
     EXPECT_FALSE(holds(daemon_->errors(), "doMountsComplete")) << daemon_->errors();

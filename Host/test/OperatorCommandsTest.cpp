@@ -122,6 +122,7 @@ TEST_F(OperatorCommandsTest, TheForwardingPlaneAsItIsWhenAsked) {
         return ForwardingPlaneReport{.enabled = true,
                                      .silentBecause = trapped > 1 ? "" : "nobody reads",
                                      .tunnels = {7, 12},
+                                     .problems = {"not on device 13"},
                                      .counters = {{"trapped", trapped}, {"delivered", 0}}};
     };
     const OperatorCommands commands(std::move(withPlane));
@@ -131,6 +132,7 @@ TEST_F(OperatorCommandsTest, TheForwardingPlaneAsItIsWhenAsked) {
               "enabled yes\n"
               "trapping no, nobody reads\n"
               "tunnels 7 12\n"
+              "problem not on device 13\n"
               "trapped                                        1\n"
               "delivered                                      0\n");
     EXPECT_EQ(
@@ -139,14 +141,16 @@ TEST_F(OperatorCommandsTest, TheForwardingPlaneAsItIsWhenAsked) {
     trapped = 18446744073709551615u;
     EXPECT_EQ(boost::json::parse(answerOf(commands, "show forwarding-plane -j")),
               boost::json::parse(R"({"enabled":true,"trapping":true,"tunnels":[7,12],
+                  "problems":["not on device 13"],
                   "counters":{"trapped":18446744073709551615,"delivered":0}})"));
 }
 
 TEST_F(OperatorCommandsTest, AForwardingPlaneWithoutTunnels) {
     EXPECT_EQ(writtenBy([](int fd) { writeForwardingPlane({}, false, fd); }),
               "enabled no\ntrapping yes\ntunnels none\n");
-    EXPECT_EQ(writtenBy([](int fd) { writeForwardingPlane({}, true, fd); }),
-              "{\"enabled\":false,\"trapping\":true,\"tunnels\":[],\"counters\":{}}\n");
+    EXPECT_EQ(
+        writtenBy([](int fd) { writeForwardingPlane({}, true, fd); }),
+        "{\"enabled\":false,\"trapping\":true,\"tunnels\":[],\"problems\":[],\"counters\":{}}\n");
 }
 
 TEST_F(OperatorCommandsTest, TheControlSocketGetsBoth) {

@@ -30,7 +30,9 @@ class DevicePublisherTest : public Testing::SwitchFixture {
         publisher_ = Vela::make<DevicePublisher>(
             scheduler(), state(), topology_,
             DevicePublisher::Questions{[this](const std::string& netNs) {
-                                           return netNs == "ns-blue" ? ownNetNsId_ : std::nullopt;
+                                           EXPECT_EQ(netNs, "ns-blue")
+                                               << "the program's own needs no number";
+                                           return ownNetNsId_;
                                        },
                                        [this](const std::string& netNs, uint32_t ifIndex) {
                                            asked_.emplace_back(netNs, ifIndex);
@@ -364,6 +366,9 @@ TEST_F(DevicePublisherTest, AResyncSweepsWhatIsGoneAndKeepsWhatIsNewer) {
     tell(LinkSpecimen{.ifIndex = 9, .name = "newer"});
     EXPECT_TRUE(served(vlan10));
     links.resyncFinished();
+    EXPECT_FALSE(publisher_->settled()) << "there may be thousands";
+    runUntilIdle();
+    EXPECT_TRUE(publisher_->settled());
     EXPECT_FALSE(served(vlan10));
     EXPECT_FALSE(state().allIntfStatusDir->intfStatus(IntfId("et1")));
     EXPECT_EQ(kernelInterface(3).key.value, 0u);
@@ -376,6 +381,8 @@ TEST_F(DevicePublisherTest, AResyncSweepsWhatIsGoneAndKeepsWhatIsNewer) {
     tell(AddressSpecimen{.ifIndex = 10, .address = "10.0.1.1", .dumped = true}); // older
     tell(AddressSpecimen{.ifIndex = 10, .address = "10.0.2.1"});
     addresses.resyncFinished();
+    EXPECT_FALSE(publisher_->settled());
+    runUntilIdle();
     auto status = ipv4("Vlan10");
     ASSERT_TRUE(status);
     EXPECT_EQ(status->activeAddrWithMask().address(), IpGenAddr("10.0.3.1"));
@@ -383,6 +390,7 @@ TEST_F(DevicePublisherTest, AResyncSweepsWhatIsGoneAndKeepsWhatIsNewer) {
     EXPECT_TRUE(status->activeSecondaryWithMaskCollection().has({IpGenAddr("10.0.2.1"), 24}));
     addresses.resyncStarted();
     addresses.resyncFinished();
+    runUntilIdle();
     EXPECT_FALSE(ipv4("Vlan10"));
 }
 

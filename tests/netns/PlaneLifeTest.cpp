@@ -32,6 +32,7 @@ class PlaneLifeTest : public ::testing::Test {
     static Frame request() { return hostFrame({}); }
     void ask() { leaf->port("et1").inject(request()); }
     void expectTrapped() {
+        leaf->turn(); // however long it took to come here
         ask();
         EXPECT_EQ(leaf->trapped(1).size(), 1u);
         EXPECT_EQ(leaf->tunneled(0), Tunneled{});
@@ -159,6 +160,48 @@ TEST_F(PlaneLifeTest, aDeviceThatIsDeletedLetsRequestsPassAtOnce) {
     expectPasses({{Plane::passedNoDevice, 1}}); // the plane has not looked yet
     ASSERT_TRUE(turnUntilTrapping(false));
     expectPasses({{Plane::passedSilent, 1}});
+}
+
+TEST_F(PlaneLifeTest, aDeviceThatIsDeletedIsMadeAnew) {
+    leaf->start();
+    for (std::string device : {"arpsnoop", "arpinject", "fabric"}) {
+        for (std::string end : {"", "-fp"}) {
+            SCOPED_TRACE(device + end);
+            uint32_t before = if_nametoindex(device.c_str());
+            shell("ip link del " + device + end);
+            ASSERT_TRUE(turnUntilTrapping(false));
+            ASSERT_TRUE(leaf->turnUntil([&] { return if_nametoindex(device.c_str()) != 0; }));
+            EXPECT_NE(if_nametoindex(device.c_str()), before);
+            leaf->agentIs(); // it goes by the name
+            ASSERT_TRUE(turnUntilTrapping(true));
+            leaf->moved();
+            expectTrapped();
+            leaf->write("arpinject", Testing::TrapFrame{}.bytes());
+            EXPECT_EQ(leaf->tunneled(2).size(), 2u);
+            EXPECT_EQ(leaf->moved(), (PlaneMoved{{Plane::injected, 1}}));
+            leaf->write("fabric", request());
+            EXPECT_EQ(leaf->moved(), (PlaneMoved{{Plane::droppedUntagged, 1}}));
+        }
+    }
+}
+
+TEST_F(PlaneLifeTest, aDeviceIsMadeAnewOnceItsNameIsFree) {
+    leaf->start();
+    shell("ip link del fabric; ip link add fabric type bridge");
+    const std::string problem = "the forwarding plane needs the names fabric and fabric-fp for "
+                                "devices of its own: rename or remove what has them now";
+    ASSERT_TRUE(leaf->turnUntil([&] { return leaf->plane().silentBecause() == problem; }));
+    expectPasses({{Plane::passedSilent, 1}});
+    shell("ip link del fabric");
+    ASSERT_TRUE(turnUntilTrapping(true));
+    expectTrapped();
+    // While the daemon stops, nothing comes back.
+    leaf->plane().enabledIs(false);
+    shell("ip link del fabric");
+    usleep(250'000);
+    leaf->turn();
+    leaf->turn();
+    EXPECT_EQ(if_nametoindex("fabric"), 0u);
 }
 
 TEST_F(PlaneLifeTest, everyDeviceIsNeeded) {

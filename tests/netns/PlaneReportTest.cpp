@@ -60,6 +60,7 @@ TEST_F(PlaneReportTest, StateTunnelsAndEveryCounter) {
     EXPECT_NE(report.silentBecause, "") << "there is no agent";
     EXPECT_EQ(report.silentBecause, plane_->silentBecause());
     EXPECT_EQ(report.tunnels, std::vector<uint32_t>{if_nametoindex("vx10")});
+    EXPECT_EQ(report.problems, std::vector<std::string>{});
     ASSERT_EQ(report.counters.size(), static_cast<size_t>(Linux::Plane::counterLimit));
     std::set<std::string> names;
     for (const auto& [name, count] : report.counters) {
@@ -69,6 +70,15 @@ TEST_F(PlaneReportTest, StateTunnelsAndEveryCounter) {
     EXPECT_EQ(report.counters.front(), std::pair(std::string("trapped"), uint64_t{0}));
     plane_->enabledIs(false);
     EXPECT_FALSE(Host::reportOf(*plane_.ptr()).enabled);
+
+    topology_->bridgePortIs(
+        5000, {.vlanId = Bridging::VlanId(20), .intfId = Zinc::IntfId("vx20"), .tunnel = true});
+    runUntilIdle();
+    report = Host::reportOf(*plane_.ptr());
+    EXPECT_EQ(report.tunnels.size(), 1u);
+    ASSERT_EQ(report.problems.size(), 1u);
+    EXPECT_NE(report.problems[0].find("cannot be attached to device 5000"), std::string::npos)
+        << report.problems[0];
 }
 
 TEST_F(PlaneReportTest, CountersAreReadInAForkedChild) {

@@ -81,6 +81,7 @@ TEST_F(PlaneTrapTest, requestsOfFullSizeGoToTheAgent) {
     for (size_t mtu : {1500u, 9000u}) {
         SCOPED_TRACE(mtu);
         shell("ip link set vxlan10 mtu " + std::to_string(mtu));
+        leaf.turn(); // however long that took
         TrapFrame request{.srcIfIndex = et1(), .trailer = std::vector<uint8_t>(mtu - 28, 0xee)};
         leaf.port("et1").inject(hostFrame(request));
         EXPECT_EQ(leaf.trapped(1), std::vector<Frame>{request.bytes()});
@@ -208,6 +209,7 @@ TEST_F(PlaneTrapTest, neighbourDiscoveryOnAVlanThatIsNotActiveIsNotCopied) {
 class PlaneOwnRequestTest : public PlaneTrapTest {
   protected:
     void expectTrapped(const TrapFrame& request, const std::string& device) {
+        leaf.turn(); // however long it took to come here
         leaf.sendOut(device, hostFrame(request));
         EXPECT_EQ(leaf.trapped(1), std::vector<Frame>{request.bytes()});
         EXPECT_EQ(leaf.tunneled(0), Tunneled{});
@@ -241,23 +243,21 @@ TEST_F(PlaneOwnRequestTest, theSwitchIsKnownByItsAddresses) {
 }
 
 TEST_F(PlaneOwnRequestTest, aRoutedInterfaceBesideItsBridgeIsTheSwitchToo) {
-    shell(R"(ip link add routed type veth peer name routed-port
-             ip link set routed-port up master Vlan10
-             ip link set routed up)");
-    uint32_t port = if_nametoindex("routed-port");
+    leaf.portIs("routed", "Vlan10");
+    uint32_t port = leaf.port("routed").ifIndex();
     leaf.topology().bridgePortIs(
-        port,
-        {.vlanId = Bridging::VlanId(10), .intfId = Zinc::IntfId("routed-port"), .routed = true});
-    expectTrapped({.srcIfIndex = port, .senderMac = bridgeMac}, "routed");
-    expectPasses({.srcIfIndex = port, .senderMac = strangeMac}, "routed");
+        port, {.vlanId = Bridging::VlanId(10), .intfId = Zinc::IntfId("routed"), .routed = true});
+    expectTrapped({.srcIfIndex = port, .senderMac = bridgeMac}, "far-routed");
+    expectPasses({.srcIfIndex = port, .senderMac = strangeMac}, "far-routed");
     leaf.topology().bridgePortDel(port);
-    expectTrapped({.srcIfIndex = port, .senderMac = strangeMac}, "routed");
+    expectTrapped({.srcIfIndex = port, .senderMac = strangeMac}, "far-routed");
 }
 
 TEST_F(PlaneTrapTest, aSecondLeafIsAWorldOfItsOwn) {
     PlaneLeaf second;
     second.start();
     second.suppression().vlanIdDel(Bridging::VlanId(10));
+    leaf.turn(); // however long that took
     leaf.port("et1").inject(hostFrame({}));
     second.port("et1").inject(hostFrame({}));
     TrapFrame request{.srcIfIndex = et1()};
