@@ -28,31 +28,24 @@ constexpr size_t addressBytes = 12; // of a frame, in front of its ethertype
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// Reads a device's flags, and writes those that `change` has made of them.
-template <class Change>
-short deviceFlags(const std::string& name, Change change) {
+void deviceUpIs(const std::string& name, bool up) {
     Vela::UniqueFd any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     name.copy(request.ifr_name, IFNAMSIZ - 1);
     if (ioctl(any.get(), SIOCGIFFLAGS, &request) != 0) {
         fail("the flags of " + name);
     }
-    short flags = request.ifr_flags;
-    if (change(request.ifr_flags) && ioctl(any.get(), SIOCSIFFLAGS, &request) != 0) {
+    request.ifr_flags =
+        static_cast<short>(up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
+    if (ioctl(any.get(), SIOCSIFFLAGS, &request) != 0) {
         fail("the flags of " + name);
     }
-    return flags;
 }
 
-void deviceUpIs(const std::string& name, bool up) {
-    deviceFlags(name, [up](short& flags) {
-        flags = static_cast<short>(up ? flags | IFF_UP : flags & ~IFF_UP);
-        return true;
-    });
-}
-
-bool isRunning(const std::string& name) {
-    return deviceFlags(name, [](short&) { return false; }) & IFF_RUNNING;
+/// The flag IFF_RUNNING would say so of a device, too, whose state the kernel has not looked at
+/// yet.
+bool hasCarrier(const std::string& name) {
+    return ip({"-o", "link", "show", "dev", name}).find(" state UP ") != std::string::npos;
 }
 
 void optionIs(int fd, int option) {
@@ -137,7 +130,7 @@ void VethPort::upIs(bool up) {
 /// A device without a carrier drops what is sent, and gets its carrier a moment after its peer
 /// came up.
 void VethPort::awaitWire() const {
-    if (!eventually([this] { return isRunning(name_) && isRunning(farName()); })) {
+    if (!eventually([this] { return hasCarrier(name_) && hasCarrier(farName()); })) {
         throw std::runtime_error("no carrier between " + name_ + " and " + farName());
     }
     // Waits for the lock under which the kernel does what comes with the carrier.
