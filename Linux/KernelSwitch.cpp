@@ -99,6 +99,9 @@ void KernelSwitch::dumpState(Vela::DumpContext& context, int indent) const {
     for (const auto& [netNs, feed] : feeds_) {
         feed.socket->dumpState(context, indent + 2);
     }
+    for (const auto& [netNs, problem] : problems_) {
+        context.print(indent + 2, "problem[%s] %s\n", netNs.c_str(), problem.c_str());
+    }
     devices_->dumpState(context, indent + 2);
     topology_->dumpState(context, indent + 2);
     fdb_->dumpState(context, indent + 2);
@@ -118,6 +121,7 @@ void KernelSwitch::configurationIs(LinuxConfiguration configuration) {
             if (feeds_.contains(name)) {
                 detach(name);
             }
+            problems_.erase(name);
             state_.kernelNetInfoDel(name);
         }
     }
@@ -158,12 +162,18 @@ void KernelSwitch::examine(const std::string& netNs) {
     if (const Rtnetlink* attached = socket(netNs); attached && attached->netNsInode() != inode) {
         detach(netNs);
     }
-    if (inode != 0 && !feeds_.contains(netNs)) {
+    if (inode == 0) {
+        problems_.erase(netNs);
+    } else if (!feeds_.contains(netNs)) {
         try {
             attach(netNs);
+            problems_.erase(netNs);
         } catch (const std::exception& error) {
             // It may be gone again, or the process be out of descriptors.
-            TRACE(traceHandle, 0, nullptr, netNs << ": " << error.what());
+            if (std::string& problem = problems_[netNs]; problem != error.what()) {
+                problem = error.what();
+                TRACE(traceHandle, 0, nullptr, problem);
+            }
             watch_->announceAgain(netNs);
         }
     }

@@ -83,6 +83,7 @@ class KernelSwitch final : public Vela::Entity {
     Vela::Owned<NeighborProvider> neighbors_;
     Vela::Owned<DevicePublisher> devices_;
     std::map<std::string, Feed> feeds_;
+    std::map<std::string, std::string> problems_; // of namespaces that cannot be followed
     Vela::Owned<NetNsWatch> watch_;
     Vela::Owned<Vela::Task> task_;
     Vela::Attribute<bool> complete_;

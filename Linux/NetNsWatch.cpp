@@ -25,7 +25,7 @@ constexpr decltype(statfs::f_type) namespaceFileSystem = 0x6e736673;
 constexpr double secondsUntilMounted = 0.02;
 constexpr double longestSecondsUntilMounted = 1;
 // Nor does anybody tell of what is mounted over a name, or unmounted there.
-constexpr double secondsBetweenLooks = 2;
+constexpr double secondsBetweenLooks = 1;
 
 std::string pathOf(const std::string& name) {
     return std::string(directory) + "/" + name;

@@ -4,6 +4,7 @@
 #include "Platform/State/DumpContext.h"
 #include "Testing/IpCommand.h"
 #include "Testing/NamedNetNs.h"
+#include "Testing/TraceCapture.h"
 #include "tests/netns/Kernel.h"
 
 #include <chrono>
@@ -257,6 +258,30 @@ TEST_F(KernelSwitchTest, aNamespaceThatIsMountedOverAnotherIsFound) {
     EXPECT_TRUE(state().allVrfStatusLocal->vrf("blue"));
     ASSERT_EQ(umount2(name, MNT_DETACH), 0);
     EXPECT_TRUE(becomes(true));
+}
+
+TEST_F(KernelSwitchTest, aNamespaceThatCannotBeEnteredIsSaidOnceAndTriedAgain) {
+    Testing::TraceCapture trace("KernelSwitch=0");
+    Testing::NamedNetNs other("ns-other");
+    const char* name = "/run/netns/ns-blue";
+    std::ofstream{name};
+    ASSERT_EQ(mount("/proc/self/ns/uts", name, "none", MS_BIND, nullptr), 0); // of another kind
+    start();
+    auto dump = [&] {
+        Vela::DumpContext context;
+        switch_->dumpState(context, 0);
+        return context.text();
+    };
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+    ASSERT_TRUE(until([&] { return std::chrono::steady_clock::now() > end; }));
+    EXPECT_EQ(trace.count("netlink in ns-blue: Invalid argument"), 1u) << trace.text();
+    EXPECT_NE(dump().find("  problem[ns-blue] netlink in ns-blue: Invalid argument\n"),
+              std::string::npos)
+        << dump();
+    EXPECT_FALSE(state().allVrfStatusLocal->vrf("blue"));
+    ASSERT_EQ(mount("/run/netns/ns-other", name, "none", MS_BIND, nullptr), 0);
+    EXPECT_TRUE(until([&] { return state().allVrfStatusLocal->vrf("blue") != nullptr; }));
+    EXPECT_EQ(dump().find("problem["), std::string::npos) << dump();
 }
 
 TEST_F(KernelSwitchTest, aVethAndAMacvlanInTheSameNamespaceAreRoutedDevices) {

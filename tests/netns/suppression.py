@@ -5,9 +5,11 @@ suppression.py PROGRAMS [TEST...]: with the fabric's package in PYTHONPATH, as r
 
 import os
 import shutil
+import signal
 import socket
 import sys
 import tempfile
+import threading
 import time
 import unittest
 
@@ -15,7 +17,7 @@ from fabric import asking
 from fabric.agent import Agent
 from fabric.fabric import Fabric
 from fabric.namespaces import eventually
-from fabric.wire import Tap, arp_of
+from fabric.wire import BROADCAST, Tap, arp_of
 
 programs = ""
 
@@ -158,7 +160,7 @@ class SuppressionTest(unittest.TestCase):
         self.fabric.wire.settle()
         tap = Tap(self.h11.namespace, "eth0")
         self.addCleanup(tap.close)
-        tap.send(_request(self.h11, self.h21))
+        tap.send(_request(self.h11, self.h21, self.h21.mac))
         carried = [item.arp for item in self.fabric.wire.settle()]
         replies = [arp_of(frame.data) for frame in tap.take() if not frame.outgoing]
         self.assertEqual([reply.source for reply in replies if reply], [self.h21.mac])
@@ -183,6 +185,44 @@ class SuppressionTest(unittest.TestCase):
         self.assert_suppressed(self.h14, self.h24)
         self.assert_suppressed(self.h11, self.h21)
 
+    def test_clean_stop_and_start_lose_nothing(self):
+        self.start()
+        self.bind(self.h21)
+        statuses = []
+
+        def restart():
+            for _ in range(3):
+                time.sleep(0.3)
+                # It stops while it has requests to work off.
+                with open(f"{self.agent.runtime}/lock", encoding="ascii") as lock:
+                    process = int(lock.read())
+                os.kill(process, signal.SIGSTOP)
+                threading.Timer(0.05, os.kill, (process, signal.SIGCONT)).start()
+                statuses.append(self.agent.stop())
+                self.agent.start()
+            time.sleep(1)
+
+        tap = Tap(self.h11.namespace, "eth0")
+        self.addCleanup(tap.close)
+        self.fabric.wire.settle()
+        request = _request(self.h11, self.h21, BROADCAST)
+        requests = 0
+        meanwhile = threading.Thread(target=restart)
+        meanwhile.start()
+        while meanwhile.is_alive():
+            tap.send(request)
+            requests += 1
+            time.sleep(0.0005)
+        meanwhile.join()
+        self.assertEqual(statuses, [0, 0, 0])
+        floods = [item for item in self.fabric.wire.settle() if item.arp.request]
+        replies = [arp_of(frame.data) for frame in tap.take() if not frame.outgoing]
+        self.assertEqual(
+            sum(reply is not None and reply.source == self.h21.mac for reply in replies), requests
+        )
+        self.assertGreater(len(floods), 0)
+        self.assertLess(len(floods), requests)
+
     def test_killed_agent_fails_open(self):
         self.start()
         self.bind(self.h21)
@@ -204,10 +244,10 @@ class SuppressionTest(unittest.TestCase):
         )
 
 
-def _request(host, target):
-    """A unicast ARP request."""
+def _request(host, target, destination):
+    """An ARP request as it is on the wire."""
     mac = bytes.fromhex(host.mac.replace(":", ""))
-    to = bytes.fromhex(target.mac.replace(":", ""))
+    to = bytes.fromhex(destination.replace(":", ""))
     return (
         to + mac + b"\x08\x06\x00\x01\x08\x00\x06\x04\x00\x01"
         + mac + socket.inet_aton(host.address) + bytes(6) + socket.inet_aton(target.address)
