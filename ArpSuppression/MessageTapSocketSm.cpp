@@ -152,6 +152,7 @@ void MessageTapSocketSm::closeSocket() noexcept {
     assertThat(sock >= 0, "sock >= 0");
     TRACE(trace, 8, this, "closing socket=" << sock);
     fileDescriptor_.reset();
+    handleSocketClosed();
 }
 
 void MessageTapSocketSm::handleFileDescriptor() {

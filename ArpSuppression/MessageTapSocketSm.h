@@ -34,6 +34,9 @@ class MessageTapSocketSm : public Vela::WalkSmBase {
     void handleMessageTapSocketSmDestroy() noexcept;
     void dumpSocketState(Vela::DumpContext& context, int indent) const;
 
+    /// What was read from the socket and not handled is to be forgotten.
+    virtual void handleSocketClosed() noexcept {}
+
     bool allowWalkRestarts() const override { return true; }
     bool walkStartedNotification() override { return false; }
     void traceEvent(Vela::TraceEvent event) override;

@@ -8,10 +8,8 @@
 #include "Platform/Packet/Pkt.h"
 #include "Platform/State/DumpContext.h"
 
-#include <array>
 #include <boost/system/error_code.hpp>
 #include <cerrno>
-#include <unistd.h>
 #include <utility>
 
 namespace ArpSuppression {
@@ -54,7 +52,8 @@ MessageTrapSm::MessageTrapSm(Vela::Ptr<Vela::TaskScheduler> scheduler,
       arpSuppressionCounterStatus_(std::move(arpSuppressionCounterStatus)),
       deviceIntfStatusDir_(std::move(deviceIntfStatusDir)),
       intfEncapServiceIntf_(std::move(intfEncapServiceIntf)),
-      noSubInterface_(SubInterfaceInfoIs(Zinc::IntfId(), 0)) {}
+      noSubInterface_(SubInterfaceInfoIs(Zinc::IntfId(), 0)),
+      frames_(std::make_unique<Vela::FrameReader>()) {}
 
 void MessageTrapSm::dumpState(Vela::DumpContext& context, int indent) const {
     context.print(indent, "%s\n", typeName());
@@ -66,18 +65,13 @@ void MessageTrapSm::dumpState(Vela::DumpContext& context, int indent) const {
 
 Vela::WalkRet MessageTrapSm::walk() {
     TRACE(trace, 8, this, "walk");
-    // Every frame goes through it; whoever keeps one keeps a copy.
-    static std::array<uint8_t, 10000> buffer;
     uint32_t count = 0;
     // What a frame leads to may close the socket, or end this machine.
     while (fileDescriptor()) {
         int sock = fileDescriptor()->descriptor();
         Vela::assertThat(sock >= 0, "sock >= 0");
-        ssize_t length = read(sock, buffer.data(), buffer.size());
-        if (length < 0 && errno == EINTR) {
-            continue;
-        }
-        if (length < 0) {
+        auto frame = frames_->next(sock);
+        if (!frame) {
             if (errno == EAGAIN) {
                 fileDescriptor()->readableDel();
             } else {
@@ -94,7 +88,7 @@ Vela::WalkRet MessageTrapSm::walk() {
             }
             break;
         }
-        processMessage(MessageData(buffer.data(), static_cast<uint32_t>(length)));
+        processMessage(MessageData(frame->data(), static_cast<uint32_t>(frame->size())));
         ++count;
         if (mustYield()) {
             return {1, count};

@@ -6,10 +6,12 @@
 #include "Platform/Model/ArpSuppression/ArpSuppressionStatus.h"
 #include "Platform/Model/Brant/IntfEncap.h"
 #include "Platform/Model/Interface/DeviceIntfStatus.h"
+#include "Platform/Packet/FrameReader.h"
 #include "Platform/Value/MessageData.h"
 #include "Platform/Value/VlanTag.h"
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 namespace ArpSuppression {
@@ -52,6 +54,7 @@ class MessageTrapSm : public MessageTapSocketSm {
 
     bool walkStartedNotification() override { return fileDescriptor() != nullptr; }
     Vela::WalkRet walk() override;
+    void handleSocketClosed() noexcept override { frames_->drop(); }
 
   private:
     void refuse(std::string_view problem, const MessageData& data);
@@ -77,6 +80,8 @@ class MessageTrapSm : public MessageTapSocketSm {
     Vela::Ptr<const Interface::DeviceIntfStatusDir> deviceIntfStatusDir_;
     Vela::Ptr<const Brant::IntfEncapServiceIntfColl> intfEncapServiceIntf_;
     const Vela::Ptr<SubInterfaceInfo> noSubInterface_;
+    // Every frame goes through it; whoever keeps one keeps a copy.
+    const std::unique_ptr<Vela::FrameReader> frames_;
 };
 
 /// On a switching chip the trap device is "fabric".

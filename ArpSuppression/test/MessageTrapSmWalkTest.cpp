@@ -210,6 +210,77 @@ TEST_F(MessageTrapSmWalkTest, aMessageMayTakeTheDeviceAway) {
     EXPECT_EQ(countersMoved(), (Moved{{Id::trapArpRequest, 1}}));
 }
 
+TEST_F(MessageTrapSmWalkTest, whatWaitsBetweenSlicesIsLostWithTheSocket) {
+    make();
+    // The slice ends after the first frame, and the device goes before the next slice.
+    onMessage = [this] { clock().advance(std::chrono::milliseconds(2)); };
+    for (int i = 0; i < 3; ++i) {
+        ports.inject(arpsnoop, TrapFrame{}.bytes());
+    }
+    while (messages.empty()) {
+        ASSERT_TRUE(scheduler()->turn(Vela::MonotonicTime(0)));
+    }
+    EXPECT_EQ(messages.size(), 1u);
+    deviceIs("arpsnoop", 0);
+    deviceIs("arpsnoop", 201);
+    runUntilIdle();
+    EXPECT_EQ(messages.size(), 1u);
+    EXPECT_EQ(countersMoved(), (Moved{{Id::trapArpRequest, 1}}));
+    ports.inject(201, TrapFrame{}.bytes());
+    runUntilIdle();
+    EXPECT_EQ(messages.size(), 2u);
+}
+
+TEST_F(MessageTrapSmWalkTest, aMessageMayReplaceTheDeviceAndNothingOfTheOldOneIsLeft) {
+    make();
+    TrapFrame ofTheOld;
+    ofTheOld.targetIp = Zinc::IpGenAddr("10.0.0.77");
+    TrapFrame ofTheNew;
+    ofTheNew.targetIp = Zinc::IpGenAddr("10.0.0.78");
+    onMessage = [&] {
+        if (messages.size() == 1) {
+            deviceIs("arpsnoop", 0);
+            deviceIs("arpsnoop", 201);
+            ports.inject(201, ofTheNew.bytes());
+        }
+    };
+    for (int i = 0; i < 3; ++i) {
+        ports.inject(arpsnoop, ofTheOld.bytes());
+    }
+    runUntilIdle();
+    ASSERT_EQ(messages.size(), 2u);
+    EXPECT_EQ(messages[0]->targetIpAddress(), ofTheOld.targetIp);
+    EXPECT_EQ(messages[1]->targetIpAddress(), ofTheNew.targetIp);
+}
+
+TEST_F(MessageTrapSmWalkTest, framesKeepTheirOrderWhereMoreComeWhileTheWalkHasYielded) {
+    make();
+    std::vector<Zinc::IpGenAddr> asked;
+    uint32_t next = 0x0A000001;
+    auto ask = [&] {
+        TrapFrame frame;
+        frame.targetIp = Zinc::IpGenAddr(next++);
+        asked.push_back(frame.targetIp);
+        ports.inject(arpsnoop, frame.bytes());
+    };
+    onMessage = [&] {
+        clock().advance(std::chrono::milliseconds(2));
+        if (messages.size() % 3 == 0 && asked.size() < 60) {
+            ask();
+            ask();
+        }
+    };
+    for (int i = 0; i < 40; ++i) {
+        ask();
+    }
+    runUntilIdle();
+    ASSERT_EQ(messages.size(), asked.size());
+    EXPECT_GE(asked.size(), 60u);
+    for (size_t i = 0; i < asked.size(); ++i) {
+        EXPECT_EQ(messages[i]->targetIpAddress(), asked[i]) << i;
+    }
+}
+
 TEST_F(MessageTrapSmWalkTest, aMessageMayEndTheMachine) {
     make();
     onMessage = [this] { sm.reset(); };
