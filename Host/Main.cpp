@@ -2,6 +2,7 @@
 #include "Host/Daemon.h"
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -36,9 +37,19 @@ void askForHugePages(char** argv) {
     }
 }
 
+/// A reload that is asked for while the daemon starts would end it: it waits until somebody
+/// listens.
+void holdReloads() {
+    sigset_t reload;
+    sigemptyset(&reload);
+    sigaddset(&reload, SIGHUP);
+    sigprocmask(SIG_BLOCK, &reload, nullptr);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    holdReloads();
     askForHugePages(argv);
     CLI::App app(description, "arpsupd");
     app.footer(footer);

@@ -200,6 +200,9 @@ class SuppressionTest(unittest.TestCase):
                 threading.Timer(0.05, os.kill, (process, signal.SIGCONT)).start()
                 statuses.append(self.agent.stop())
                 self.agent.start()
+                eventually(
+                    lambda: self.agent.control("show", "vlans", check=False), 20, "it answers"
+                )
             time.sleep(1)
 
         tap = Tap(self.h11.namespace, "eth0")
