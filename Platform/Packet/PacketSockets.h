@@ -23,6 +23,10 @@ class PacketSockets {
     /// took it.
     virtual bool send(int fd, uint16_t protocol, uint32_t ifIndex,
                       std::span<const uint8_t> frame) = 0;
+    /// Sends whole frames, one after the other, out of the interface that the socket is bound to.
+    /// Returns how many the kernel took; if not all of them, the next one is the one it refused.
+    virtual size_t sendAll(int fd, uint16_t protocol,
+                           std::span<const std::span<const uint8_t>> frames);
 };
 
 /// Those in use: the kernel's, unless others were chosen.
