@@ -426,14 +426,26 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
     EXPECT_EQ(outputOf(*callback, "anything else"), dump.text());
     EXPECT_EQ(dump.text().find("ArpSuppressionRootSm\n"), 0u);
     size_t at = 0;
-    for (const char* line :
-         {"\n  isPhysicalHardware=no\n", "\n  runnableForTest=no\n", "\n  ArpSuppressionMounts\n",
-          "\n  ArpSuppressionRoot\n", "\n    EnabledVlans", "\n    VlanL3InfoStatus",
-          "\n    RemoteBindingStatus", "\n    MessageTrap", "\n    MessageTrap",
-          "\n    MessageQueue", "\n    LocalRequestRecord", "\n    ArpInputConfigTrigger",
-          "\n  ArpSuppressionStatusSm\n", "\n  LocalRequestRecordSm\n", "\n  VlanL3InfoSm\n",
-          "\n  RemoteBindingStatusSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
-          "\n  MessageTrapSmMimic\n"}) {
+    for (const char* line : {"\n  isPhysicalHardware=no\n",
+                             "\n  runnableForTest=no\n",
+                             "\n  ArpSuppressionMounts\n",
+                             "\n  ArpSuppressionRoot\n",
+                             "\n    EnabledVlans",
+                             "\n    VlanL3InfoStatus",
+                             "\n    LocalBindingRecord",
+                             "\n    RemoteBindingStatus",
+                             "\n    MessageTrap",
+                             "\n    MessageTrap",
+                             "\n    MessageQueue",
+                             "\n    LocalRequestRecord",
+                             "\n    ArpInputConfigTrigger",
+                             "\n  ArpSuppressionStatusSm\n",
+                             "\n  LocalRequestRecordSm\n",
+                             "\n  VlanL3InfoSm\n",
+                             "\n  RemoteBindingStatusSm\n",
+                             "\n  ArpSuppressionSm\n",
+                             "\n  MessageReinjectSmMimic\n",
+                             "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
         ASSERT_NE(found, std::string::npos) << line << " in\n" << dump.text();
         at = found + 1;
@@ -460,6 +472,8 @@ TEST_F(ArpSuppressionRootSmTest, theSharedStateIsMadeWholeAndEachPartCanGo) {
     auto root = arpSuppressionRootFactory(clock());
     EXPECT_EQ(root->enabledVlans()->vlanIds(), 0u);
     EXPECT_EQ(root->vlanL3InfoStatus()->vlanL3InfoCollection().count(), 0u);
+    EXPECT_EQ(root->localBindingRecord()->bindings(), 0u);
+    EXPECT_EQ(root->localBindingRecord()->vlanL3InfoStatus(), root->vlanL3InfoStatus());
     EXPECT_FALSE(root->remoteBindingStatus()->initialPopulationComplete());
     EXPECT_FALSE(root->receivedRequestTrapV4()->lastTrappedMessage());
     EXPECT_FALSE(root->receivedRequestTrapV6()->lastTrappedMessage());
@@ -482,6 +496,7 @@ TEST_F(ArpSuppressionRootSmTest, theSharedStateIsMadeWholeAndEachPartCanGo) {
     goes(root->receivedRequestTrapV6(), [&] { root->receivedRequestTrapV6Del(); });
     goes(root->receivedRequestTrapV4(), [&] { root->receivedRequestTrapV4Del(); });
     goes(root->remoteBindingStatus(), [&] { root->remoteBindingStatusDel(); });
+    goes(root->localBindingRecord(), [&] { root->localBindingRecordDel(); });
     goes(root->vlanL3InfoStatus(), [&] { root->vlanL3InfoStatusDel(); });
     goes(root->enabledVlans(), [&] { root->enabledVlansDel(); });
     root->destroy();
