@@ -71,6 +71,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_TRUE(rootSm->vlanL3InfoSm());
         EXPECT_TRUE(rootSm->remoteBindingStatusSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
+        EXPECT_TRUE(rootSm->bindingDiscoverySm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
         EXPECT_TRUE(rootSm->messageTrapSm());
     }
@@ -81,6 +82,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_FALSE(rootSm->vlanL3InfoSm());
         EXPECT_FALSE(rootSm->remoteBindingStatusSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
+        EXPECT_FALSE(rootSm->bindingDiscoverySm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
         EXPECT_FALSE(rootSm->messageTrapSm());
         EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
@@ -95,12 +97,14 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
                 "VlanL3InfoSm handleInitialized",
                 "RemoteBindingStatusSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
+                "BindingDiscoverySm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
                 "MessageTrapSm" + variant + " handleInitialized"};
     }
     static Strings stopped(const std::string& variant) {
         return {"MessageTrapSm" + variant + " handleDestroy",
                 "MessageReinjectSm" + variant + " handleDestroy",
+                "BindingDiscoverySm handleDestroy",
                 "ArpSuppressionSm handleDestroy",
                 "VlanL3InfoSm handleDestroy",
                 "ArpSuppressionStatusSm handleDestroy",
@@ -235,6 +239,7 @@ TEST_F(ArpSuppressionRootSmTest, nothingOfAStoppedRunIsLeft) {
     auto root = rootSm->root();
     auto vlanL3InfoStatus = root->vlanL3InfoStatus();
     auto arpSuppressionSm = rootSm->arpSuppressionSm();
+    auto bindingDiscoverySm = rootSm->bindingDiscoverySm();
     auto messageReinjectSm = rootSm->messageReinjectSm();
     auto messageTrapSm = rootSm->messageTrapSm();
     auto vrfInfo = vlanL3InfoStatus->vrfInfo("default");
@@ -247,6 +252,7 @@ TEST_F(ArpSuppressionRootSmTest, nothingOfAStoppedRunIsLeft) {
     for (const Vela::Entity* entity : {static_cast<const Vela::Entity*>(root.get()),
                                        static_cast<const Vela::Entity*>(vlanL3InfoStatus.get()),
                                        static_cast<const Vela::Entity*>(arpSuppressionSm.get()),
+                                       static_cast<const Vela::Entity*>(bindingDiscoverySm.get()),
                                        static_cast<const Vela::Entity*>(messageReinjectSm.get()),
                                        static_cast<const Vela::Entity*>(messageTrapSm.get())}) {
         EXPECT_TRUE(entity->destroyed()) << entity->typeName();
@@ -325,7 +331,7 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 16u); // all of the test above
+    EXPECT_EQ(livesSoFar, 18u); // all of the test above
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -463,7 +469,8 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
               "  ArpSuppressionMounts\n  root=NULL\n  arpSuppressionStatusSm=NULL\n"
               "  localRequestRecordSm=NULL\n  vlanL3InfoSm=NULL\n  remoteBindingStatusSm=NULL\n"
-              "  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  messageTrapSm=NULL\n");
+              "  arpSuppressionSm=NULL\n  bindingDiscoverySm=NULL\n  messageReinjectSm=NULL\n  "
+              "messageTrapSm=NULL\n");
 }
 
 // What the machines share
