@@ -99,7 +99,13 @@ void ArpSuppressionRootSm::arpSuppressionStart() {
         mounts()->remoteBindingConfig(), root()->vlanL3InfoStatus(), mounts()->arpStatus(),
         mounts()->bridgingConfig(), mounts()->bridgingStatus(), mounts()->evpnStatus(),
         mounts()->fhrpVrMacStatus(), mounts()->vrfNameToIdMap(), root()->arpInputConfigTrigger());
-    // Before the packet path: binding discovery.
+    bindingDiscoverySm_ = Vela::make<BindingDiscoverySm>(
+        scheduler_, root()->receivedRequestTrapV4(), root()->receivedRequestTrapV6(),
+        mounts()->bridgingConfig(), mounts()->bridgingStatus(),
+        mounts()->arpSuppressionCounterStatus(), root()->vlanL3InfoStatus(),
+        root()->remoteBindingStatus(), mounts()->arpStatus(), mounts()->fhrpVrMacStatus(),
+        mounts()->arpInputConfig(), root()->localBindingRecord(), mounts()->evpnStatus(),
+        root()->arpInputConfigTrigger());
     packetPathStart();
 }
 
@@ -132,7 +138,7 @@ void ArpSuppressionRootSm::arpSuppressionStop() {
     TRACE(trace, 8, this, "arpSuppressionStop");
     messageTrapSm_.reset();
     messageReinjectSm_.reset();
-    // Binding discovery has its place here.
+    bindingDiscoverySm_.reset();
     arpSuppressionSm_.reset();
     vlanL3InfoSm_.reset();
     arpSuppressionStatusSm_.reset();
@@ -156,6 +162,7 @@ void ArpSuppressionRootSm::dumpState(Vela::DumpContext& context, int indent) con
     context.child(inner, "vlanL3InfoSm", vlanL3InfoSm_.ptr().get());
     context.child(inner, "remoteBindingStatusSm", remoteBindingStatusSm_.ptr().get());
     context.child(inner, "arpSuppressionSm", arpSuppressionSm_.ptr().get());
+    context.child(inner, "bindingDiscoverySm", bindingDiscoverySm_.ptr().get());
     context.child(inner, "messageReinjectSm", messageReinjectSm_.ptr().get());
     context.child(inner, "messageTrapSm", messageTrapSm_.ptr().get());
 }

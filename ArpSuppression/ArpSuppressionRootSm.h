@@ -4,6 +4,7 @@
 #include "ArpSuppression/ArpSuppressionRoot.h"
 #include "ArpSuppression/ArpSuppressionSm.h"
 #include "ArpSuppression/ArpSuppressionStatusSm.h"
+#include "ArpSuppression/BindingDiscoverySm.h"
 #include "ArpSuppression/LocalRequestRecordSm.h"
 #include "ArpSuppression/MessageReinjectSm.h"
 #include "ArpSuppression/MessageTrapSm.h"
@@ -44,6 +45,9 @@ class ArpSuppressionRootSm final : public Vela::Entity {
         return remoteBindingStatusSm_.ptr();
     }
     const Vela::Ptr<ArpSuppressionSm>& arpSuppressionSm() const { return arpSuppressionSm_.ptr(); }
+    const Vela::Ptr<BindingDiscoverySm>& bindingDiscoverySm() const {
+        return bindingDiscoverySm_.ptr();
+    }
     const Vela::Ptr<MessageReinjectSmBase>& messageReinjectSm() const {
         return messageReinjectSm_.ptr();
     }
@@ -77,6 +81,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     Vela::Owned<VlanL3InfoSm> vlanL3InfoSm_;
     Vela::Owned<RemoteBindingStatusSm> remoteBindingStatusSm_;
     Vela::Owned<ArpSuppressionSm> arpSuppressionSm_;
+    Vela::Owned<BindingDiscoverySm> bindingDiscoverySm_;
     Vela::Owned<MessageReinjectSmBase> messageReinjectSm_;
     Vela::Owned<MessageTrapSm> messageTrapSm_;
 };

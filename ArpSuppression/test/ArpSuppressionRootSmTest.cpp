@@ -71,6 +71,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_TRUE(rootSm->vlanL3InfoSm());
         EXPECT_TRUE(rootSm->remoteBindingStatusSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
+        EXPECT_TRUE(rootSm->bindingDiscoverySm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
         EXPECT_TRUE(rootSm->messageTrapSm());
     }
@@ -81,6 +82,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_FALSE(rootSm->vlanL3InfoSm());
         EXPECT_FALSE(rootSm->remoteBindingStatusSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
+        EXPECT_FALSE(rootSm->bindingDiscoverySm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
         EXPECT_FALSE(rootSm->messageTrapSm());
         EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
@@ -95,12 +97,14 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
                 "VlanL3InfoSm handleInitialized",
                 "RemoteBindingStatusSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
+                "BindingDiscoverySm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
                 "MessageTrapSm" + variant + " handleInitialized"};
     }
     static Strings stopped(const std::string& variant) {
         return {"MessageTrapSm" + variant + " handleDestroy",
                 "MessageReinjectSm" + variant + " handleDestroy",
+                "BindingDiscoverySm handleDestroy",
                 "ArpSuppressionSm handleDestroy",
                 "VlanL3InfoSm handleDestroy",
                 "ArpSuppressionStatusSm handleDestroy",
@@ -235,6 +239,7 @@ TEST_F(ArpSuppressionRootSmTest, nothingOfAStoppedRunIsLeft) {
     auto root = rootSm->root();
     auto vlanL3InfoStatus = root->vlanL3InfoStatus();
     auto arpSuppressionSm = rootSm->arpSuppressionSm();
+    auto bindingDiscoverySm = rootSm->bindingDiscoverySm();
     auto messageReinjectSm = rootSm->messageReinjectSm();
     auto messageTrapSm = rootSm->messageTrapSm();
     auto vrfInfo = vlanL3InfoStatus->vrfInfo("default");
@@ -247,6 +252,7 @@ TEST_F(ArpSuppressionRootSmTest, nothingOfAStoppedRunIsLeft) {
     for (const Vela::Entity* entity : {static_cast<const Vela::Entity*>(root.get()),
                                        static_cast<const Vela::Entity*>(vlanL3InfoStatus.get()),
                                        static_cast<const Vela::Entity*>(arpSuppressionSm.get()),
+                                       static_cast<const Vela::Entity*>(bindingDiscoverySm.get()),
                                        static_cast<const Vela::Entity*>(messageReinjectSm.get()),
                                        static_cast<const Vela::Entity*>(messageTrapSm.get())}) {
         EXPECT_TRUE(entity->destroyed()) << entity->typeName();
@@ -325,7 +331,7 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 16u); // all of the test above
+    EXPECT_EQ(livesSoFar, 18u); // all of the test above
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -426,14 +432,26 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
     EXPECT_EQ(outputOf(*callback, "anything else"), dump.text());
     EXPECT_EQ(dump.text().find("ArpSuppressionRootSm\n"), 0u);
     size_t at = 0;
-    for (const char* line :
-         {"\n  isPhysicalHardware=no\n", "\n  runnableForTest=no\n", "\n  ArpSuppressionMounts\n",
-          "\n  ArpSuppressionRoot\n", "\n    EnabledVlans", "\n    VlanL3InfoStatus",
-          "\n    RemoteBindingStatus", "\n    MessageTrap", "\n    MessageTrap",
-          "\n    MessageQueue", "\n    LocalRequestRecord", "\n    ArpInputConfigTrigger",
-          "\n  ArpSuppressionStatusSm\n", "\n  LocalRequestRecordSm\n", "\n  VlanL3InfoSm\n",
-          "\n  RemoteBindingStatusSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
-          "\n  MessageTrapSmMimic\n"}) {
+    for (const char* line : {"\n  isPhysicalHardware=no\n",
+                             "\n  runnableForTest=no\n",
+                             "\n  ArpSuppressionMounts\n",
+                             "\n  ArpSuppressionRoot\n",
+                             "\n    EnabledVlans",
+                             "\n    VlanL3InfoStatus",
+                             "\n    LocalBindingRecord",
+                             "\n    RemoteBindingStatus",
+                             "\n    MessageTrap",
+                             "\n    MessageTrap",
+                             "\n    MessageQueue",
+                             "\n    LocalRequestRecord",
+                             "\n    ArpInputConfigTrigger",
+                             "\n  ArpSuppressionStatusSm\n",
+                             "\n  LocalRequestRecordSm\n",
+                             "\n  VlanL3InfoSm\n",
+                             "\n  RemoteBindingStatusSm\n",
+                             "\n  ArpSuppressionSm\n",
+                             "\n  MessageReinjectSmMimic\n",
+                             "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
         ASSERT_NE(found, std::string::npos) << line << " in\n" << dump.text();
         at = found + 1;
@@ -451,7 +469,8 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
               "  ArpSuppressionMounts\n  root=NULL\n  arpSuppressionStatusSm=NULL\n"
               "  localRequestRecordSm=NULL\n  vlanL3InfoSm=NULL\n  remoteBindingStatusSm=NULL\n"
-              "  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  messageTrapSm=NULL\n");
+              "  arpSuppressionSm=NULL\n  bindingDiscoverySm=NULL\n  messageReinjectSm=NULL\n  "
+              "messageTrapSm=NULL\n");
 }
 
 // What the machines share
@@ -460,6 +479,8 @@ TEST_F(ArpSuppressionRootSmTest, theSharedStateIsMadeWholeAndEachPartCanGo) {
     auto root = arpSuppressionRootFactory(clock());
     EXPECT_EQ(root->enabledVlans()->vlanIds(), 0u);
     EXPECT_EQ(root->vlanL3InfoStatus()->vlanL3InfoCollection().count(), 0u);
+    EXPECT_EQ(root->localBindingRecord()->bindings(), 0u);
+    EXPECT_EQ(root->localBindingRecord()->vlanL3InfoStatus(), root->vlanL3InfoStatus());
     EXPECT_FALSE(root->remoteBindingStatus()->initialPopulationComplete());
     EXPECT_FALSE(root->receivedRequestTrapV4()->lastTrappedMessage());
     EXPECT_FALSE(root->receivedRequestTrapV6()->lastTrappedMessage());
@@ -482,6 +503,7 @@ TEST_F(ArpSuppressionRootSmTest, theSharedStateIsMadeWholeAndEachPartCanGo) {
     goes(root->receivedRequestTrapV6(), [&] { root->receivedRequestTrapV6Del(); });
     goes(root->receivedRequestTrapV4(), [&] { root->receivedRequestTrapV4Del(); });
     goes(root->remoteBindingStatus(), [&] { root->remoteBindingStatusDel(); });
+    goes(root->localBindingRecord(), [&] { root->localBindingRecordDel(); });
     goes(root->vlanL3InfoStatus(), [&] { root->vlanL3InfoStatusDel(); });
     goes(root->enabledVlans(), [&] { root->enabledVlansDel(); });
     root->destroy();
