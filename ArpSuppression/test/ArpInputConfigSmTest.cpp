@@ -808,14 +808,14 @@ TEST_F(ArpInputConfigSmTest, recordsEachEntryInTheRingBufferFile) {
     }
     EXPECT_EQ(texts,
               (std::vector<std::string>{
-                  "type=permanent vrfName=default ipAddress=10.0.0.1 intfId= onlyUpdate=0 "
-                  "vlanId=10 macAddress=02:00:00:00:00:0a refresh=0",
-                  "type=dynamic vrfName=default ipAddress=10.0.0.1 intfId= onlyUpdate=1 "
-                  "vlanId=10 macAddress=02:00:00:00:00:0a refresh=1",
-                  "type=permanent vrfName=default ipAddress=fe80::1 intfId=Vlan20 onlyUpdate=1 "
-                  "vlanId=20 macAddress=02:00:00:00:00:0b refresh=0",
-                  "type=dynamic vrfName=red ipAddress=2001:db8::3 intfId= onlyUpdate=0 "
-                  "vlanId=30 macAddress=02:00:00:00:00:0a refresh=0"}));
+                  "type=permanent vrfName=default ipAddress=10.0.0.1 intfId= onlyUpdate=no "
+                  "vlanId=10 macAddress=02:00:00:00:00:0a refresh=no",
+                  "type=dynamic vrfName=default ipAddress=10.0.0.1 intfId= onlyUpdate=yes "
+                  "vlanId=10 macAddress=02:00:00:00:00:0a refresh=yes",
+                  "type=permanent vrfName=default ipAddress=fe80::1 intfId=Vlan20 onlyUpdate=yes "
+                  "vlanId=20 macAddress=02:00:00:00:00:0b refresh=no",
+                  "type=dynamic vrfName=red ipAddress=2001:db8::3 intfId= onlyUpdate=no "
+                  "vlanId=30 macAddress=02:00:00:00:00:0a refresh=no"}));
     Vela::Swiftlog::close();
 }
 
