@@ -92,7 +92,10 @@ void ArpSuppressionRootSm::arpSuppressionStart() {
     remoteBindingStatusSm_ = Vela::make<RemoteBindingStatusSm>(
         scheduler_, mounts()->remoteBindingConfig(), mounts()->remoteBindingConfigMountGroup(),
         root()->vlanL3InfoStatus(), root()->remoteBindingStatus());
-    // ARP input configuration has its place here.
+    arpInputConfigSm_ = Vela::make<ArpInputConfigSm>(
+        scheduler_, mounts()->l2VpnConfig(), root()->localBindingRecord(),
+        root()->remoteBindingStatus(), root()->arpInputConfigTrigger(), root()->vlanL3InfoStatus(),
+        mounts()->arpStatus(), mounts()->arpInputConfig(), mounts()->arpSuppressionCounterStatus());
     arpSuppressionSm_ = arpSuppressionSmFactory(
         root()->receivedRequestTrapV4(), root()->reinjectMessageQueue(),
         mounts()->arpSuppressionCounterStatus(), root()->localRequestRecord(),
@@ -143,7 +146,7 @@ void ArpSuppressionRootSm::arpSuppressionStop() {
     vlanL3InfoSm_.reset();
     arpSuppressionStatusSm_.reset();
     remoteBindingStatusSm_.reset();
-    // ARP input configuration has its place here.
+    arpInputConfigSm_.reset();
     root_.reset();
     assertThat(0 == mounts()->arpSuppressionStatus()->vlanIds(),
                "0 == mounts()->arpSuppressionStatus()->vlanIds()");
@@ -161,6 +164,7 @@ void ArpSuppressionRootSm::dumpState(Vela::DumpContext& context, int indent) con
     context.child(inner, "localRequestRecordSm", localRequestRecordSm_.ptr().get());
     context.child(inner, "vlanL3InfoSm", vlanL3InfoSm_.ptr().get());
     context.child(inner, "remoteBindingStatusSm", remoteBindingStatusSm_.ptr().get());
+    context.child(inner, "arpInputConfigSm", arpInputConfigSm_.ptr().get());
     context.child(inner, "arpSuppressionSm", arpSuppressionSm_.ptr().get());
     context.child(inner, "bindingDiscoverySm", bindingDiscoverySm_.ptr().get());
     context.child(inner, "messageReinjectSm", messageReinjectSm_.ptr().get());

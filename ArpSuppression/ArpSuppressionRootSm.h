@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ArpSuppression/ArpInputConfigSm.h"
 #include "ArpSuppression/ArpSuppressionMounts.h"
 #include "ArpSuppression/ArpSuppressionRoot.h"
 #include "ArpSuppression/ArpSuppressionSm.h"
@@ -44,6 +45,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     const Vela::Ptr<RemoteBindingStatusSm>& remoteBindingStatusSm() const {
         return remoteBindingStatusSm_.ptr();
     }
+    const Vela::Ptr<ArpInputConfigSm>& arpInputConfigSm() const { return arpInputConfigSm_.ptr(); }
     const Vela::Ptr<ArpSuppressionSm>& arpSuppressionSm() const { return arpSuppressionSm_.ptr(); }
     const Vela::Ptr<BindingDiscoverySm>& bindingDiscoverySm() const {
         return bindingDiscoverySm_.ptr();
@@ -80,6 +82,7 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     Vela::Owned<LocalRequestRecordSm> localRequestRecordSm_;
     Vela::Owned<VlanL3InfoSm> vlanL3InfoSm_;
     Vela::Owned<RemoteBindingStatusSm> remoteBindingStatusSm_;
+    Vela::Owned<ArpInputConfigSm> arpInputConfigSm_;
     Vela::Owned<ArpSuppressionSm> arpSuppressionSm_;
     Vela::Owned<BindingDiscoverySm> bindingDiscoverySm_;
     Vela::Owned<MessageReinjectSmBase> messageReinjectSm_;

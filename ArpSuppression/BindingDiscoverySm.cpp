@@ -15,13 +15,13 @@ using Bridging::VlanId;
 using Id = ArpSuppressionCounterId;
 using Vela::assertThat;
 
+} // namespace
+
 bool toggleLocalMultihomeSelectiveArpInstallEnabled() {
     static const bool enabled =
         Vela::getToggleState("LocalMultihomeSelectiveArpInstall", "ArpSuppression.json", true);
     return enabled;
 }
-
-} // namespace
 
 BindingDiscoverySm::BindingDiscoverySm(
     Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Ptr<const MessageTrap> receivedRequestTrapV4,

@@ -16,6 +16,9 @@
 
 namespace ArpSuppression {
 
+/// Whether hosts that are multihomed to this switch are left to their remote bindings.
+bool toggleLocalMultihomeSelectiveArpInstallEnabled();
+
 /// Finds out which bindings are those of hosts of this switch, and keeps the local binding record.
 /// They are learnt from the senders of trapped requests, and from remote bindings whose MAC address
 /// turns up on a port of this switch. They go when the MAC address leaves that port, or when a

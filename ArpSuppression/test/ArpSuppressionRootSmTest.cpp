@@ -70,6 +70,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_TRUE(rootSm->localRequestRecordSm());
         EXPECT_TRUE(rootSm->vlanL3InfoSm());
         EXPECT_TRUE(rootSm->remoteBindingStatusSm());
+        EXPECT_TRUE(rootSm->arpInputConfigSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
         EXPECT_TRUE(rootSm->bindingDiscoverySm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
@@ -81,6 +82,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_FALSE(rootSm->arpSuppressionStatusSm());
         EXPECT_FALSE(rootSm->vlanL3InfoSm());
         EXPECT_FALSE(rootSm->remoteBindingStatusSm());
+        EXPECT_FALSE(rootSm->arpInputConfigSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
         EXPECT_FALSE(rootSm->bindingDiscoverySm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
@@ -96,6 +98,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
                 "LocalRequestRecordSm handleInitialized",
                 "VlanL3InfoSm handleInitialized",
                 "RemoteBindingStatusSm handleInitialized",
+                "ArpInputConfigSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
                 "BindingDiscoverySm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
@@ -109,6 +112,7 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
                 "VlanL3InfoSm handleDestroy",
                 "ArpSuppressionStatusSm handleDestroy",
                 "RemoteBindingStatusSm handleDestroy",
+                "ArpInputConfigSm handleDestroy",
                 "ArpSuppressionRoot handleDestroy"};
     }
 
@@ -331,7 +335,19 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 18u); // all of the test above
+    EXPECT_EQ(livesSoFar, 20u); // all of the test above
+}
+
+TEST_F(ArpSuppressionRootSmTest, withdrawsTheEntriesOfOneThatDied) {
+    state().arpSuppressionStatus->runnableIs(true);
+    for (const char* vrf : {"default", "red"}) {
+        state().arpInputConfig->vrfIs(vrf)->afEntryPermanentIs(
+            {Zinc::IpGenAddr("10.0.0.1"), Zinc::IntfId("Vlan10")},
+            Zinc::EthAddr("02:00:00:00:00:0a"), Arp::ArpSource::arpSuppression);
+    }
+    rootSmIs();
+    expectStopped();
+    EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -395,9 +411,13 @@ TEST_F(ArpSuppressionRootSmDeathTest, aStopLeavesNothingPublished) {
                                 "0 == mounts\\(\\)->arpSuppressionStatus\\(\\)->vlanIds\\(\\)");
     state().arpSuppressionStatus->vlanIdDelAll();
     state().arpInputConfig->vrfIs("red");
-    EXPECT_DEATH(evpnIs(false),
-                 "arpSuppressionStop.*0 == mounts\\(\\)->arpInputConfig\\(\\)->vrfs\\(\\)");
-    state().arpInputConfig->vrfDelAll();
+    {
+        // Somebody brings back what is withdrawn.
+        auto reaction = state().arpInputConfig->vrfCollection().react(
+            nullptr, [&](const L3::VrfName& name) { state().arpInputConfig->vrfIs(name); });
+        EXPECT_DEATH(evpnIs(false),
+                     "arpSuppressionStop.*0 == mounts\\(\\)->arpInputConfig\\(\\)->vrfs\\(\\)");
+    }
     evpnIs(false);
     expectStopped();
 }
@@ -432,25 +452,16 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
     EXPECT_EQ(outputOf(*callback, "anything else"), dump.text());
     EXPECT_EQ(dump.text().find("ArpSuppressionRootSm\n"), 0u);
     size_t at = 0;
-    for (const char* line : {"\n  isPhysicalHardware=no\n",
-                             "\n  runnableForTest=no\n",
-                             "\n  ArpSuppressionMounts\n",
-                             "\n  ArpSuppressionRoot\n",
-                             "\n    EnabledVlans",
-                             "\n    VlanL3InfoStatus",
-                             "\n    LocalBindingRecord",
-                             "\n    RemoteBindingStatus",
-                             "\n    MessageTrap",
-                             "\n    MessageTrap",
-                             "\n    MessageQueue",
-                             "\n    LocalRequestRecord",
-                             "\n    ArpInputConfigTrigger",
-                             "\n  ArpSuppressionStatusSm\n",
-                             "\n  LocalRequestRecordSm\n",
-                             "\n  VlanL3InfoSm\n",
-                             "\n  RemoteBindingStatusSm\n",
-                             "\n  ArpSuppressionSm\n",
-                             "\n  MessageReinjectSmMimic\n",
+    for (const char* line : {"\n  isPhysicalHardware=no\n", "\n  runnableForTest=no\n",
+                             "\n  ArpSuppressionMounts\n",  "\n  ArpSuppressionRoot\n",
+                             "\n    EnabledVlans",          "\n    VlanL3InfoStatus",
+                             "\n    LocalBindingRecord",    "\n    RemoteBindingStatus",
+                             "\n    MessageTrap",           "\n    MessageTrap",
+                             "\n    MessageQueue",          "\n    LocalRequestRecord",
+                             "\n    ArpInputConfigTrigger", "\n  ArpSuppressionStatusSm\n",
+                             "\n  LocalRequestRecordSm\n",  "\n  VlanL3InfoSm\n",
+                             "\n  RemoteBindingStatusSm\n", "\n  ArpInputConfigSm\n",
+                             "\n  ArpSuppressionSm\n",      "\n  MessageReinjectSmMimic\n",
                              "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
         ASSERT_NE(found, std::string::npos) << line << " in\n" << dump.text();
@@ -469,7 +480,8 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
               "  ArpSuppressionMounts\n  root=NULL\n  arpSuppressionStatusSm=NULL\n"
               "  localRequestRecordSm=NULL\n  vlanL3InfoSm=NULL\n  remoteBindingStatusSm=NULL\n"
-              "  arpSuppressionSm=NULL\n  bindingDiscoverySm=NULL\n  messageReinjectSm=NULL\n  "
+              "  arpInputConfigSm=NULL\n  arpSuppressionSm=NULL\n  bindingDiscoverySm=NULL\n  "
+              "messageReinjectSm=NULL\n  "
               "messageTrapSm=NULL\n");
 }
 

@@ -28,7 +28,8 @@ TEST_F(RoadTest, aRequestForARemoteHostIsAnsweredOnFabric) {
                                "0001 0800 06 04 0002"
                                "020000000002 0a000002 020000000001 0a000001"));
     EXPECT_EQ(ports.written(arpinject).size(), 0u);
-    EXPECT_EQ(countersMoved(), (Moved{{Id::trapArpRequest, 1},
+    EXPECT_EQ(countersMoved(), (Moved{{Id::inputPermanentAdded, 1},
+                                      {Id::trapArpRequest, 1},
                                       {Id::answeredFromRemoteBinding, 1},
                                       {Id::bindingCreated, 1}}));
 }
