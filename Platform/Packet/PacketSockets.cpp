@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <cstring>
 #include <linux/if_packet.h>
+#include <net/if.h>
 #include <sys/socket.h>
 
 namespace Vela {
@@ -48,6 +49,10 @@ PacketSockets*& chosen() {
 }
 
 } // namespace
+
+uint32_t PacketSockets::ifIndex(const std::string& deviceName) {
+    return if_nametoindex(deviceName.c_str());
+}
 
 PacketSockets& packetSockets() {
     static KernelSockets kernel;
