@@ -40,8 +40,7 @@ uint16_t messageFlags(Verb verb) {
 
 } // namespace
 
-NeighborSocket::NeighborSocket(const std::string& netNs)
-    : receive_(receiveBytes / sizeof(uint64_t)) {
+NeighborSocket::NeighborSocket(const std::string& netNs) : receive_(receiveBytes / NLMSG_ALIGNTO) {
     uint32_t fd = Vela::netlinkSocket(NETLINK_ROUTE, netNs, SOCK_RAW, true, 0);
     if (fd == 0) {
         throw std::system_error(errno, std::generic_category(), "netlink in " + netNs);
@@ -54,7 +53,7 @@ NeighborSocket::NeighborSocket(const std::string& netNs)
 
 std::vector<NeighborAnswer> NeighborSocket::exchange(std::span<const NeighborRequest> requests) {
     std::vector<NeighborAnswer> answers(requests.size());
-    send_.assign(requests.size() * bytesPerRequest / sizeof(uint64_t), 0);
+    send_.assign(requests.size() * bytesPerRequest / NLMSG_ALIGNTO, 0);
     sendBytes_ = 0;
     uint32_t first = sequence_ + 1;
     for (const NeighborRequest& request : requests) {
@@ -72,7 +71,7 @@ std::vector<NeighborAnswer> NeighborSocket::exchange(std::span<const NeighborReq
 }
 
 void NeighborSocket::append(const NeighborRequest& request, uint32_t sequence) {
-    nlmsghdr& header = *mnl_nlmsg_put_header(send_.data() + sendBytes_ / sizeof(uint64_t));
+    nlmsghdr& header = *mnl_nlmsg_put_header(send_.data() + sendBytes_ / NLMSG_ALIGNTO);
     header.nlmsg_type = messageType(request.verb);
     header.nlmsg_flags = messageFlags(request.verb);
     header.nlmsg_seq = sequence;
@@ -88,11 +87,7 @@ void NeighborSocket::append(const NeighborRequest& request, uint32_t sequence) {
             mnl_attr_put_u8(&header, NDA_PROTOCOL, request.protocol);
         }
     }
-    // The next one begins where a word of the buffer does.
-    constexpr size_t word = sizeof(uint64_t);
-    size_t length = (header.nlmsg_len + word - 1) / word * word;
-    header.nlmsg_len = static_cast<uint32_t>(length);
-    sendBytes_ += length;
+    sendBytes_ += NLMSG_ALIGN(header.nlmsg_len);
 }
 
 void NeighborSocket::receive(uint32_t firstSequence, std::vector<NeighborAnswer>& answers) {

@@ -24,10 +24,11 @@ class NeighborSocket final : public NeighborChannel {
     void receive(uint32_t firstSequence, std::vector<NeighborAnswer>& answers);
 
     Vela::UniqueFd fd_;
-    uint32_t sequence_ = 0; // of the last request
-    std::vector<uint64_t> send_;
+    uint32_t sequence_ = 0;      // of the last request
+    std::vector<uint32_t> send_; // aligned as netlink messages are
+
     size_t sendBytes_ = 0;
-    std::vector<uint64_t> receive_; // aligned as netlink messages are
+    std::vector<uint32_t> receive_;
 };
 
 } // namespace Linux
