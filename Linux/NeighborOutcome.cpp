@@ -15,7 +15,7 @@ const char* toString(NeighborOutcome outcome) {
     case NeighborOutcome::stands:
         return "another's entry stands";
     case NeighborOutcome::retry:
-        return "refused, to be tried again";
+        return "to be tried again";
     case NeighborOutcome::lost:
         return "gone or changed, to be looked at again";
     case NeighborOutcome::contested:

@@ -13,7 +13,7 @@ enum class NeighborOutcome : uint8_t {
     seeded,    ///< a dynamic one has had its one time; from here on it is the kernel's
     satisfied, ///< a control plane's entry serves as well
     stands,    ///< the kernel has learnt another one, or somebody else has set it: it stands
-    retry,     ///< the kernel refused it, or is resolving the address: to be tried again
+    retry,     ///< refused, being resolved, or no control plane's any more: to be tried again
     lost,      ///< it was there and went or was changed: to be looked at again
     contested, ///< it went again and again: left alone for a while
     noDevice   ///< no device in the VRF carries its interface, or no interface its address

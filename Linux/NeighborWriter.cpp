@@ -1,12 +1,10 @@
 #include "Linux/NeighborWriter.h"
 
-#include "Platform/Base/Hash.h"
 #include "Platform/State/DumpContext.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <linux/neighbour.h>
-#include <linux/rtnetlink.h>
 #include <utility>
 
 namespace Linux {
@@ -33,23 +31,12 @@ bool isTagged(const Arp::Table::ArpEntry& entry) {
     return entry.isStatic && entry.source == tag;
 }
 
-bool isTagged(const NeighborMessage& held) {
-    return (held.state & NUD_PERMANENT) != 0 && held.protocol == static_cast<uint8_t>(tag);
-}
-
 /// How an address is named that may be looked for under its interface or without one.
 bool isPlaceless(const Zinc::IpGenAddr& address) {
     return address.af() == Zinc::ipv6() && !address.isLinkLocal();
 }
 
 } // namespace
-
-uint64_t NeighborWriter::EntryKey::hash(uint64_t seed) const {
-    Vela::IncrementalHash hash(seed);
-    hash.mix(vrf);
-    hash.mix(key.hash(seed));
-    return hash.result();
-}
 
 NeighborWriter::NeighborWriter(Inputs inputs)
     : WalkSmBase(inputs.scheduler, 3, "NeighborWriter"), in_(std::move(inputs)),
@@ -210,7 +197,7 @@ void NeighborWriter::noteControlPlane(const ArpSuppression::RemoteBindingKey& ke
     const Entry* entry = entryOf({vrfNumber(*vrfName), {key.ipAddress(), device->routed.intfId}});
     if (entry && outcomeOf(*entry) == Outcome::satisfied &&
         !controlPlaneMac(key.vlanId(), key.ipAddress())) {
-        conclude(entry, Outcome::lost);
+        conclude(entry, Outcome::retry); // it was none of ours, so this is no loss
         retryLater();
     }
 }
@@ -262,6 +249,18 @@ void NeighborWriter::conclude(const Entry* entry, Outcome outcome) {
         NeighborMarks marks = NeighborMarks::of(entry->carriedOut());
         marks.outcome = outcome;
         entry->carriedOutIs(marks.bits());
+    }
+}
+
+void NeighborWriter::conclude(const Entry* entry, const Work::Step& step) {
+    if (step.counter) {
+        count(*step.counter);
+    }
+    if (step.outcome) {
+        conclude(entry, *step.outcome);
+    }
+    if (step.outcome == Outcome::retry) {
+        retryLater();
     }
 }
 
@@ -401,90 +400,21 @@ NeighborChannel* NeighborWriter::prepare(Work& work, NeighborRequest& request) {
         retryLater();
         return nullptr;
     }
+    if (entry && !isPermanent(*entry) && work.seedState == 0) {
+        decideSeed(work, *entry, *device);
+    }
+    Work::Step step = work.next(entry);
+    if (!step.verb) {
+        conclude(entry, step);
+        return nullptr;
+    }
+    request.verb = *step.verb;
     request.ifIndex = device->ifIndex;
     request.address = work.key.key.ipAddress();
-    return decide(work, entry, *device, request) ? channel->second.get() : nullptr;
-}
-
-/// False if nothing is to be done, or no more.
-bool NeighborWriter::decide(Work& work, const Entry* entry, const EntryDevice& device,
-                            NeighborRequest& request) {
-    if (entry && !isPermanent(*entry) && work.seedState == 0) {
-        decideSeed(work, *entry, device);
+    if (request.verb == Verb::add || request.verb == Verb::replace) {
+        work.fill(*entry, request);
     }
-    if (!work.looked) {
-        // What is new is most likely not there: adding it tells.
-        bool add = entry && (isPermanent(*entry) || !work.seedSkipped);
-        if (work.look || work.claim.kind == Claim::Kind::exact ||
-            (work.claim.kind == Claim::Kind::any && !add)) {
-            request.verb = Verb::get;
-            return true;
-        }
-    }
-    if (!work.present) {
-        return entry && decideAbsent(work, *entry, request);
-    }
-    if (entry) {
-        return decidePresent(work, *entry, request);
-    }
-    if (!isOwn(work, nullptr)) {
-        if (isTagged(work.held)) {
-            count(Counter::leftAlone);
-        }
-        return false;
-    }
-    request.verb = Verb::remove;
-    return true;
-}
-
-void NeighborWriter::fill(const Work& work, const Entry& entry, NeighborRequest& request) {
-    request.macAddress = entry.macAddress();
-    request.state = isPermanent(entry) ? uint16_t{NUD_PERMANENT} : work.seedState;
-    // Something has to be said for a seed, too: the kernel takes nothing for as before.
-    request.protocol = isPermanent(entry) ? static_cast<uint8_t>(tag) : uint8_t{RTPROT_KERNEL};
-}
-
-bool NeighborWriter::decideAbsent(const Work& work, const Entry& entry, NeighborRequest& request) {
-    if (!isPermanent(entry) && work.seedSkipped) {
-        conclude(&entry, Outcome::seeded);
-        return false;
-    }
-    fill(work, entry, request);
-    request.verb = Verb::add;
-    return true;
-}
-
-bool NeighborWriter::decidePresent(const Work& work, const Entry& entry, NeighborRequest& request) {
-    bool own = isOwn(work, &entry);
-    bool failed = work.held.state == NUD_NONE || (work.held.state & NUD_FAILED) != 0;
-    bool same = own && work.held.macAddress == entry.macAddress();
-    if (isPermanent(entry) && same) {
-        conclude(&entry, Outcome::installed);
-        return false;
-    }
-    if (own || failed) {
-        if (!own && !isPermanent(entry) && work.seedSkipped) {
-            conclude(&entry, Outcome::seeded);
-            return false;
-        }
-        fill(work, entry, request);
-        request.verb = Verb::replace;
-        return true;
-    }
-    if (!isPermanent(entry)) {
-        count(Counter::stood);
-        conclude(&entry, Outcome::seeded);
-    } else if ((work.held.flags & NTF_EXT_LEARNED) != 0) {
-        count(Counter::satisfied);
-        conclude(&entry, Outcome::satisfied);
-    } else if ((work.held.state & NUD_INCOMPLETE) != 0) {
-        conclude(&entry, Outcome::retry); // in a moment it is known or failed
-        retryLater();
-    } else {
-        count(Counter::stood);
-        conclude(&entry, Outcome::stands);
-    }
-    return false;
+    return channel->second.get();
 }
 
 /// How the kernel is to take a dynamic entry: as just confirmed; to be probed at once; or, where
@@ -507,41 +437,19 @@ void NeighborWriter::decideSeed(Work& work, const Entry& entry, const EntryDevic
     }
 }
 
-bool NeighborWriter::isOwn(const Work& work, const Entry* entry) {
-    if (!isTagged(work.held)) {
-        return false;
-    }
-    auto macAddress = work.held.macAddress;
-    return work.claim.kind == Claim::Kind::any ||
-           (work.claim.kind == Claim::Kind::exact && macAddress == work.claim.macAddress) ||
-           (entry && macAddress == entry->macAddress());
-}
-
 void NeighborWriter::handle(Work& work, Verb verb, const NeighborAnswer& answer) {
-    if (answer.error == 0 && verb != Verb::get) {
-        return handleDone(work, verb);
-    }
     if (answer.error == EEXIST) {
         count(Counter::exists);
-        work.look = true;
-    } else if (verb == Verb::get && (answer.error == 0 || answer.error == ENOENT)) {
-        work.looked = true;
-        work.present = answer.error == 0;
-        work.held = answer.neighbor;
-    } else if (answer.error == ENOENT) { // it went while we looked
+    } else if (answer.error == ENOENT && verb != Verb::get) { // it went while we looked
         count(Counter::missing);
-        if (verb == Verb::remove) {
-            return;
-        }
-        work.looked = true;
-        work.present = false;
+    }
+    if (answer.error == 0 && verb != Verb::get) {
+        handleDone(work, verb);
+    } else if (work.learn(verb, answer)) {
+        work_.push_front(work);
     } else {
-        return handleError(work, answer.error);
+        handleError(work, answer.error);
     }
-    if (verb == Verb::add) {
-        work.looked = false;
-    }
-    work_.push_front(work);
 }
 
 void NeighborWriter::handleDone(const Work& work, Verb verb) {

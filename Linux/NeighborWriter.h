@@ -4,6 +4,7 @@
 #include "Linux/EntryDevices.h"
 #include "Linux/NeighborChannel.h"
 #include "Linux/NeighborOutcome.h"
+#include "Linux/NeighborWork.h"
 #include "Linux/TokenBucket.h"
 #include "Platform/Model/Arp/InputConfig.h"
 #include "Platform/Model/Arp/TableStatus.h"
@@ -103,33 +104,10 @@ class NeighborWriter final : public Vela::WalkSmBase {
   private:
     using Entry = Arp::InputConfigEntry;
     using Verb = NeighborRequest::Verb;
+    using Claim = NeighborClaim;
+    using EntryKey = NeighborEntryKey;
+    using Work = NeighborWork;
 
-    /// Which permanent entry the kernel may hold for the agent from before.
-    struct Claim {
-        enum class Kind : uint8_t { none, any, exact };
-        Kind kind = Kind::none;
-        Zinc::EthAddr macAddress; ///< if exact
-    };
-    /// An entry of the input configuration that is or was.
-    struct EntryKey {
-        uint32_t vrf = 0; ///< see vrfNumber
-        Arp::InputConfigKey key;
-
-        uint64_t hash(uint64_t seed) const;
-        friend auto operator<=>(const EntryKey&, const EntryKey&) = default;
-    };
-    /// One that is being carried out, request by request.
-    struct Work {
-        EntryKey key; ///< its interface is given, whatever the configuration says
-        Claim claim;
-        bool look = false;    ///< the kernel has to be asked what it has
-        bool looked = false;  ///< and has answered
-        bool present = false; ///< that there is an entry:
-        NeighborMessage held = {};
-        uint16_t seedState = 0; ///< NUD_..., once it is decided
-        bool seedSkipped = false;
-        unsigned rounds = 0;
-    };
     struct Vrf {
         Vela::Ptr<const Arp::InputConfigVrf> config;
         uint32_t number = 0;
@@ -161,19 +139,14 @@ class NeighborWriter final : public Vela::WalkSmBase {
     std::optional<Zinc::EthAddr> controlPlaneMac(Bridging::VlanId vlanId,
                                                  const Zinc::IpGenAddr& address) const;
     void conclude(const Entry* entry, NeighborOutcome outcome);
+    void conclude(const Entry* entry, const Work::Step& step);
     void retryLater();
 
     uint32_t drainPending();
     void take(const EntryKey& key, const Claim& claim);
     uint32_t exchange();
     NeighborChannel* prepare(Work& work, NeighborRequest& request);
-    bool decide(Work& work, const Entry* entry, const EntryDevice& device,
-                NeighborRequest& request);
-    static void fill(const Work& work, const Entry& entry, NeighborRequest& request);
-    bool decideAbsent(const Work& work, const Entry& entry, NeighborRequest& request);
-    bool decidePresent(const Work& work, const Entry& entry, NeighborRequest& request);
     void decideSeed(Work& work, const Entry& entry, const EntryDevice& device);
-    static bool isOwn(const Work& work, const Entry* entry);
     void handle(Work& work, Verb verb, const NeighborAnswer& answer);
     void handleDone(const Work& work, Verb verb);
     void handleError(const Work& work, int error);
