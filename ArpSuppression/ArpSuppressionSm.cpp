@@ -147,10 +147,16 @@ void ArpSuppressionSm::handleInitialized() {
         });
     trappedRequestReaction_ = receivedRequestTrap_->lastTrappedMessageAttribute().react(
         this, [this] { handleTrappedRequest(); });
+    moreFollowsReaction_ = receivedRequestTrap_->moreFollowsAttribute().react(this, [this] {
+        if (!receivedRequestTrap_->moreFollows()) {
+            transmitReplies();
+        }
+    });
 }
 
 void ArpSuppressionSm::handleDestroy() noexcept {
     TRACE(trace, 8, this, "handleDestroy");
+    transmitReplies();
     rawTxPam_.reset();
     fabricInterfaceWatch_.reset();
 }
@@ -393,12 +399,26 @@ void ArpSuppressionSm::sendArpReply(Bridging::VlanId vlanId, const Zinc::IpGenAd
     arp.targetMac = targetMac;
     arp.targetIp = targetIp.v4();
     arp.write(writer);
-    if (!rawTxPam_->transmit(*replyPkt, fabricInterfaceWatch_->kniIntfIfIndex())) {
+    replies_.push_back(std::move(replyPkt));
+    if (!receivedRequestTrap_->moreFollows()) {
+        transmitReplies();
+    }
+}
+
+void ArpSuppressionSm::transmitReplies() {
+    std::span<const boost::intrusive_ptr<Vela::Pkt>> left = replies_;
+    while (!left.empty()) {
+        left = left.subspan(rawTxPam_->transmit(left, fabricInterfaceWatch_->kniIntfIfIndex()));
+        if (left.empty()) {
+            break;
+        }
         boost::system::error_code error(errno, boost::system::system_category());
         TRACE(trace, 8, this,
               " fabricInterfaceWatch=" << fabricInterfaceWatch_ << " errno=" << error.message());
         count(Id::replyTransmitFailed);
+        left = left.subspan(1);
     }
+    replies_.clear();
 }
 
 void ArpSuppressionSm::sendToRemoteTeps(const Vela::Ptr<const TrappedMessage>& trappedRequest) {

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace ArpSuppression {
 
@@ -71,7 +72,8 @@ class ArpSuppressionSm final : public Vela::Entity {
     /// Hands a binding to the writer of neighbour entries unless it is of no use.
     void maybeCreateStaticBinding(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ipAddress,
                                   const Zinc::EthAddr& macAddress, bool onlyUpdate);
-    /// Sends an ARP reply out of "fabric", tagged with the VLAN.
+    /// Sends an ARP reply out of "fabric", tagged with the VLAN; together with those to the
+    /// requests that follow at once.
     void sendArpReply(Bridging::VlanId vlanId, const Zinc::IpGenAddr& senderIp,
                       const Zinc::EthAddr& senderMac, const Zinc::IpGenAddr& targetIp,
                       const Zinc::EthAddr& targetMac);
@@ -90,6 +92,7 @@ class ArpSuppressionSm final : public Vela::Entity {
                             const Facts& facts);
     void issueReply(const TrappedMessage& trappedRequest, const Zinc::EthAddr& macAddress,
                     const Bridging::QuarryFdbStatus& fdbEntry);
+    void transmitReplies();
     void sendToRemoteTeps(const Vela::Ptr<const TrappedMessage>& trappedRequest);
     Zinc::EthAddr varpVirtualMac() const;
     void count(ArpSuppressionCounterId id) { arpSuppressionCounterStatus_->increment(id); }
@@ -109,9 +112,11 @@ class ArpSuppressionSm final : public Vela::Entity {
     Vela::Ptr<ArpInputConfigTrigger> arpInputConfigTrigger_;
     Vela::Owned<Vela::RawTxPam> rawTxPam_;
     Vela::Ptr<VrfInterfaceWatch> fabricInterfaceWatch_;
-    uint32_t fetched_ = 0; // of the message that is expected
+    std::vector<boost::intrusive_ptr<Vela::Pkt>> replies_; // that wait to be sent together
+    uint32_t fetched_ = 0;                                 // of the message that is expected
     Vela::Reaction expectedReaction_;
     Vela::Reaction trappedRequestReaction_;
+    Vela::Reaction moreFollowsReaction_;
 };
 
 /// Takes what the constructor takes.

@@ -31,7 +31,7 @@ Vela::Ptr<LocalRequestRecordEntry> LocalRequestRecord::entryIs(const RemoteBindi
 
 void LocalRequestRecord::appendNow(LocalRequestRecordEntry& entry) {
     Vela::assertThat(!entry.link_.is_linked(), "!( element.*ptrToLinkNode ).isLinked()");
-    entry.lastRequestTime_ = clock_.seconds();
+    entry.lastRequestTime_ = std::chrono::duration<double>(clock_.recent()).count();
     byLastRequest_.push_back(entry);
 }
 

@@ -66,6 +66,10 @@ void MessageTrapSm::dumpState(Vela::DumpContext& context, int indent) const {
 Vela::WalkRet MessageTrapSm::walk() {
     TRACE(trace, 8, this, "walk");
     uint32_t count = 0;
+    struct Slice {
+        Vela::Ptr<MessageTrap> trap;
+        ~Slice() { trap->moreFollowsIs(false); }
+    } slice{receivedRequestTrapV4_};
     // What a frame leads to may close the socket, or end this machine.
     while (fileDescriptor()) {
         int sock = fileDescriptor()->descriptor();
@@ -88,7 +92,13 @@ Vela::WalkRet MessageTrapSm::walk() {
             }
             break;
         }
+        if (frames_->waiting()) {
+            slice.trap->moreFollowsIs(true);
+        }
         processMessage(MessageData(frame->data(), static_cast<uint32_t>(frame->size())));
+        if (!frames_->waiting()) {
+            slice.trap->moreFollowsIs(false);
+        }
         ++count;
         if (mustYield()) {
             return {1, count};

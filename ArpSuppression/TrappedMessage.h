@@ -106,6 +106,12 @@ class MessageTrap final : public Vela::Entity {
         lastTrappedMessage_.setAlways(std::move(message));
     }
 
+    /// Whether the next message follows at once, within the same slice. Who sends for each message
+    /// may keep what is to be sent until this is false again, which it is at the end of each slice.
+    bool moreFollows() const { return moreFollows_.get(); }
+    const Vela::Attribute<bool>& moreFollowsAttribute() const { return moreFollows_; }
+    void moreFollowsIs(bool moreFollows) { moreFollows_.set(moreFollows); }
+
     /// A message that is being made, by what it asks for. Who will look that up in a large table
     /// asks memory for it meanwhile: at the first step for where the table is entered, at the
     /// second for what that leads to. The message itself may yet fail to come.
@@ -121,6 +127,7 @@ class MessageTrap final : public Vela::Entity {
 
   private:
     Vela::Attribute<Vela::Ptr<const TrappedMessage>> lastTrappedMessage_;
+    Vela::Attribute<bool> moreFollows_{false};
     Vela::KeyNotifier<Expected> expected_;
 };
 

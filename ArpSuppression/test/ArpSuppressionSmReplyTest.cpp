@@ -146,6 +146,46 @@ TEST_F(ArpSuppressionSmReplyTest, aReplyThatCannotBeSentIsCountedAndGone) {
     EXPECT_EQ(outcomeOf({}), answered(Id::answeredFromRemoteBinding, remoteHex));
 }
 
+// Replies to requests that come together go together.
+
+TEST_F(ArpSuppressionSmReplyTest, repliesWaitForTheRequestsThatFollowAtOnce) {
+    remoteBindingIs(remoteMac);
+    trap->moreFollowsIs(true);
+    EXPECT_EQ(outcomeOf({}), counted(Id::answeredFromRemoteBinding)); // not sent yet
+    EXPECT_EQ(outcomeOf({}), counted(Id::answeredFromRemoteBinding));
+    trap->moreFollowsIs(false);
+    std::vector<Testing::Frame> both = outcome().sent;
+    ASSERT_EQ(both.size(), 2u);
+    EXPECT_EQ(both[0], both[1]);
+    EXPECT_EQ(outcomeOf({}), answered(Id::answeredFromRemoteBinding, remoteHex));
+    trap->moreFollowsIs(true);
+    trap->moreFollowsIs(false);
+    EXPECT_EQ(outcome(), Outcome()); // nothing twice
+}
+
+TEST_F(ArpSuppressionSmReplyTest, eachOfSeveralRepliesThatCannotBeSentIsCounted) {
+    remoteBindingIs(remoteMac);
+    trap->moreFollowsIs(true);
+    outcomeOf({});
+    outcomeOf({});
+    outcomeOf({});
+    ports.sendError = ENOBUFS;
+    TraceCapture capture("ArpSuppression=8");
+    trap->moreFollowsIs(false);
+    EXPECT_EQ(outcome(), (Outcome{.counters = {{Id::replyTransmitFailed, 3}}}));
+    EXPECT_EQ(capture.count("errno=No buffer space available\n"), 3u) << capture.text();
+    ports.sendError = 0;
+    EXPECT_EQ(outcomeOf({}), answered(Id::answeredFromRemoteBinding, remoteHex));
+}
+
+TEST_F(ArpSuppressionSmReplyTest, repliesThatWaitAreSentAtItsEnd) {
+    remoteBindingIs(remoteMac);
+    trap->moreFollowsIs(true);
+    outcomeOf({});
+    sm->destroy();
+    EXPECT_EQ(outcome().sent.size(), 1u);
+}
+
 TEST_F(ArpSuppressionSmReplyDeathTest, repliesAreForIpv4Alone) {
     const EthAddr mac(remoteMac);
     EXPECT_DEATH(

@@ -143,6 +143,43 @@ TEST_F(MessageTrapSmWalkTest, theWalkYieldsBetweenFramesWhenItsTimeIsUp) {
     EXPECT_FALSE(lines.contains("read failed"));
 }
 
+TEST_F(MessageTrapSmWalkTest, aMessageSaysWhetherMoreFollowInItsSlice) {
+    make();
+    std::vector<bool> follows;
+    onMessage = [&] { follows.push_back(trapV4->moreFollows()); };
+    std::vector<size_t> ends; // how many messages had come
+    Vela::Reaction reaction = trapV4->moreFollowsAttribute().react(nullptr, [&] {
+        if (!trapV4->moreFollows()) {
+            ends.push_back(follows.size());
+        }
+    });
+    for (int i = 0; i < 3; ++i) {
+        ports.inject(arpsnoop, TrapFrame{}.bytes());
+    }
+    runUntilIdle();
+    EXPECT_EQ(follows.size(), 3u);
+    EXPECT_TRUE(follows[0]);
+    EXPECT_FALSE(trapV4->moreFollows());
+    if (alwaysYield()) {
+        EXPECT_EQ(follows, (std::vector<bool>{true, true, false}));
+        EXPECT_EQ(ends, (std::vector<size_t>{1, 2}));
+    } else {
+        EXPECT_EQ(ends, std::vector<size_t>{3});
+    }
+    ports.inject(arpsnoop, TrapFrame{}.bytes());
+    runUntilIdle();
+    EXPECT_FALSE(follows.back());
+}
+
+TEST_F(MessageTrapSmWalkTest, nothingFollowsASliceThatARangeErrorEnds) {
+    make();
+    onMessage = [] { throw Vela::RangeError("of a reaction"); };
+    ports.inject(arpsnoop, TrapFrame{}.bytes());
+    ports.inject(arpsnoop, TrapFrame{}.bytes());
+    runUntilIdle();
+    EXPECT_FALSE(trapV4->moreFollows());
+}
+
 TEST_F(MessageTrapSmWalkTest, aRefusedFrameIsFollowedByTheNext) {
     make();
     ports.inject(arpsnoop, Frame(27));

@@ -5,10 +5,20 @@
 
 namespace Vela {
 
-MonotonicTime SystemClock::now() const noexcept {
+namespace {
+MonotonicTime reading(clockid_t clock) noexcept {
     timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
+    clock_gettime(clock, &t);
     return std::chrono::seconds(t.tv_sec) + std::chrono::nanoseconds(t.tv_nsec);
+}
+} // namespace
+
+MonotonicTime SystemClock::now() const noexcept {
+    return reading(CLOCK_MONOTONIC);
+}
+
+MonotonicTime SystemClock::recent() const noexcept {
+    return reading(CLOCK_MONOTONIC_COARSE);
 }
 
 MonotonicTime nanosecondsFromSeconds(double seconds) noexcept {

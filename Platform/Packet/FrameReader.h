@@ -25,6 +25,8 @@ class FrameReader {
     /// EAGAIN where there was none, an error of the socket, which comes after the frames that were
     /// taken before it.
     std::optional<std::span<const uint8_t>> next(int socket);
+    /// Whether there are frames that were taken and not yet given out.
+    bool waiting() const { return next_ < taken_; }
     /// Forgets what was taken and not given out, as closing a socket does with what is left there.
     /// A frame that was given out stays where it is.
     void drop() noexcept { next_ = taken_; }

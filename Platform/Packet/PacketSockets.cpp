@@ -1,8 +1,12 @@
 #include "Platform/Packet/PacketSockets.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <array>
+#include <cerrno>
 #include <cstring>
 #include <linux/if_packet.h>
+#include <net/if.h>
 #include <sys/socket.h>
 
 namespace Vela {
@@ -35,8 +39,34 @@ class KernelSockets final : public PacketSockets {
                    ifIndex != 0 ? asSockaddr(address) : nullptr, ifIndex != 0 ? sizeof address : 0);
         return sent == static_cast<ssize_t>(frame.size());
     }
+    /// With one system call for several frames.
+    size_t sendAll(int fd, uint16_t, std::span<const std::span<const uint8_t>> frames) override {
+        size_t sent = 0;
+        while (sent < frames.size()) {
+            int taken = sendSome(fd, frames.subspan(sent, std::min(frames.size() - sent, atOnce)));
+            if (taken <= 0) {
+                break;
+            }
+            sent += static_cast<size_t>(taken);
+        }
+        return sent;
+    }
 
   private:
+    static constexpr size_t atOnce = 16;
+
+    static int sendSome(int fd, std::span<const std::span<const uint8_t>> frames) {
+        std::array<iovec, atOnce> places;
+        std::array<mmsghdr, atOnce> headers{};
+        for (size_t i = 0; i < frames.size(); ++i) {
+            // The kernel only reads there.
+            places[i] = {const_cast<uint8_t*>(frames[i].data()), frames[i].size()};
+            headers[i].msg_hdr.msg_iov = &places[i];
+            headers[i].msg_hdr.msg_iovlen = 1;
+        }
+        return sendmmsg(fd, headers.data(), static_cast<unsigned>(frames.size()), MSG_DONTWAIT);
+    }
+
     static const sockaddr* asSockaddr(const sockaddr_ll& address) {
         return static_cast<const sockaddr*>(static_cast<const void*>(&address));
     }
@@ -48,6 +78,19 @@ PacketSockets*& chosen() {
 }
 
 } // namespace
+
+size_t PacketSockets::sendAll(int fd, uint16_t protocol,
+                              std::span<const std::span<const uint8_t>> frames) {
+    size_t sent = 0;
+    while (sent < frames.size() && send(fd, protocol, 0, frames[sent])) {
+        ++sent;
+    }
+    return sent;
+}
+
+uint32_t PacketSockets::ifIndex(const std::string& deviceName) {
+    return if_nametoindex(deviceName.c_str());
+}
 
 PacketSockets& packetSockets() {
     static KernelSockets kernel;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace Vela {
 
@@ -13,6 +14,8 @@ class PacketSockets {
   public:
     virtual ~PacketSockets() = default;
 
+    /// The kernel index of a device in the thread's network namespace, or 0.
+    virtual uint32_t ifIndex(const std::string& deviceName);
     /// A raw packet socket of the thread's network namespace for an Ethernet protocol in host byte
     /// order; with 0 it receives nothing. Owns nothing when it failed.
     virtual UniqueFd open(uint16_t protocol) = 0;
@@ -23,6 +26,10 @@ class PacketSockets {
     /// took it.
     virtual bool send(int fd, uint16_t protocol, uint32_t ifIndex,
                       std::span<const uint8_t> frame) = 0;
+    /// Sends whole frames, one after the other, out of the interface that the socket is bound to.
+    /// Returns how many the kernel took; if not all of them, the next one is the one it refused.
+    virtual size_t sendAll(int fd, uint16_t protocol,
+                           std::span<const std::span<const uint8_t>> frames);
 };
 
 /// Those in use: the kernel's, unless others were chosen.

@@ -3,9 +3,12 @@
 #include "Platform/Packet/PacketSockets.h"
 #include "Platform/State/DumpContext.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <ostream>
 #include <system_error>
+#include <utility>
 
 namespace Vela {
 
@@ -38,35 +41,54 @@ void RawTxPam::enabledIs(bool enabled) {
     }
 }
 
-bool RawTxPam::transmit(const Pkt& pkt, uint32_t ifIndex) {
+size_t RawTxPam::transmit(std::span<const boost::intrusive_ptr<Pkt>> pkts, uint32_t ifIndex) {
     if (!enabled()) {
         errno = ENOTCONN;
-        return false;
+        return 0;
     }
+    std::array<std::span<const uint8_t>, 16> frames;
+    size_t sent = 0;
+    while (sent < pkts.size()) {
+        size_t count = std::min(pkts.size() - sent, frames.size());
+        std::transform(&pkts[sent], &pkts[sent] + count, frames.begin(),
+                       [](const auto& pkt) { return std::as_const(*pkt).bytes(); });
+        size_t went = send({frames.data(), count}, ifIndex);
+        sent += went;
+        if (went < count) {
+            break;
+        }
+    }
+    return sent;
+}
+
+size_t RawTxPam::send(Frames frames, uint32_t ifIndex) {
     if (ethProtocol_ != allProtocols) {
-        return packetSockets().send(fd_.get(), ethProtocol_, ifIndex, pkt.bytes());
+        size_t sent = 0;
+        while (sent < frames.size() &&
+               packetSockets().send(fd_.get(), ethProtocol_, ifIndex, frames[sent])) {
+            ++sent;
+        }
+        return sent;
     }
-    if (sendBound(pkt, ifIndex)) {
-        return true;
-    }
-    if (errno != ENXIO) {
-        return false;
+    size_t sent = sendBound(frames, ifIndex);
+    if (sent == frames.size() || errno != ENXIO) {
+        return sent;
     }
     // The device that the socket was bound to is gone; there may be another one with its index.
     boundTo_ = 0;
-    return sendBound(pkt, ifIndex);
+    return sent + sendBound(frames.subspan(sent), ifIndex);
 }
 
-bool RawTxPam::sendBound(const Pkt& pkt, uint32_t ifIndex) {
+size_t RawTxPam::sendBound(Frames frames, uint32_t ifIndex) {
     if (boundTo_ != ifIndex) {
         boundTo_ = 0;
         // Still protocol 0: it receives nothing there, either.
         if (packetSockets().bind(fd_.get(), 0, ifIndex) != 0) {
-            return false;
+            return 0;
         }
         boundTo_ = ifIndex;
     }
-    return packetSockets().send(fd_.get(), ethProtocol_, 0, pkt.bytes());
+    return packetSockets().sendAll(fd_.get(), ethProtocol_, frames);
 }
 
 } // namespace Vela

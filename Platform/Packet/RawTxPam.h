@@ -4,7 +4,9 @@
 #include "Platform/Packet/Pkt.h"
 #include "Platform/State/Entity.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace Vela {
@@ -29,16 +31,20 @@ class RawTxPam final : public Entity {
     /// Throws std::system_error if there can be no socket.
     void enabledIs(bool enabled);
 
-    /// Sends the packet out of the interface with this kernel index. Returns whether it went, and
-    /// if not, leaves the reason in `errno`. Quickest from one interface again and again: the
-    /// socket stays bound to it.
-    bool transmit(const Pkt& pkt, uint32_t ifIndex);
+    /// Sends packets, in their order, out of the interface with this kernel index, as many as can
+    /// be with one system call. Returns how many went; if not all of them, the next one failed, for
+    /// the reason in `errno`. Quickest from one interface again and again: the socket stays bound
+    /// to it.
+    size_t transmit(std::span<const boost::intrusive_ptr<Pkt>> pkts, uint32_t ifIndex);
 
   protected:
     void handleDestroy() noexcept override { fd_.reset(); }
 
   private:
-    bool sendBound(const Pkt& pkt, uint32_t ifIndex);
+    using Frames = std::span<const std::span<const uint8_t>>;
+
+    size_t send(Frames frames, uint32_t ifIndex);
+    size_t sendBound(Frames frames, uint32_t ifIndex);
 
     const std::string name_;
     uint16_t ethProtocol_ = 0;

@@ -186,6 +186,26 @@ TEST_F(NetnsDeviceTest, repliesFollowFabricToAnotherIndexAndOverADownTime) {
     EXPECT_EQ(decode(sent("fabric", 1)), array{replyLayers()});
 }
 
+TEST_F(NetnsDeviceTest, aBurstIsAnsweredWholeAlsoWhereFabricGoesDownInBetween) {
+    start(Hardware::simulated);
+    constexpr uint64_t burst = 50;
+    for (uint64_t i = 0; i < burst; ++i) {
+        port("arpsnoop").inject(request().bytes());
+    }
+    std::vector<Frame> replies = sent("fabric", burst);
+    ASSERT_EQ(replies.size(), burst);
+    EXPECT_EQ(std::count(replies.begin(), replies.end(), replies[0]), static_cast<long>(burst));
+    Moved answered{{Id::trapArpRequest, burst}, {Id::answeredFromRemoteBinding, burst}};
+    EXPECT_EQ(moved(answered), answered);
+    port("fabric").upIs(false);
+    for (uint64_t i = 0; i < burst; ++i) {
+        port("arpsnoop").inject(request().bytes());
+    }
+    Moved down = answered;
+    down[Id::replyTransmitFailed] = burst;
+    EXPECT_EQ(moved(down), down);
+}
+
 TEST_F(NetnsDeviceTest, withoutFabricAReplyIsCountedAndNotSent) {
     start(Hardware::simulated);
     ifIndexIs("fabric", 0);

@@ -86,6 +86,23 @@ TEST_F(FrameReaderTest, droppedFramesDoNotComeBack) {
     EXPECT_EQ(next(), Bytes{4});
 }
 
+TEST_F(FrameReaderTest, saysWhetherTakenFramesWait) {
+    EXPECT_FALSE(reader->waiting());
+    send({1});
+    send({2});
+    EXPECT_FALSE(reader->waiting()); // not taken yet
+    next();
+    EXPECT_TRUE(reader->waiting());
+    next();
+    EXPECT_FALSE(reader->waiting());
+    send({3});
+    send({4});
+    next();
+    EXPECT_TRUE(reader->waiting());
+    reader->drop();
+    EXPECT_FALSE(reader->waiting());
+}
+
 TEST_F(FrameReaderTest, anErrorComesAfterTheFramesThatWereTaken) {
     send({1});
     send({2});

@@ -5,8 +5,10 @@
 #include "Platform/State/DumpContext.h"
 #include "Testing/CoreFixture.h"
 
+#include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <optional>
 #include <sstream>
 #include <system_error>
 #include <unistd.h>
@@ -48,8 +50,8 @@ class FakeSockets final : public PacketSockets {
     }
     bool send(int fd, uint16_t protocol, uint32_t ifIndex,
               std::span<const uint8_t> frame) override {
-        if (sendError != 0) {
-            errno = sendError;
+        if (sendError != 0 || (refusedFrame && *refusedFrame == frame[0])) {
+            errno = sendError != 0 ? sendError : ENOBUFS;
             return false;
         }
         if (ifIndex == 0 && boundTo == 0) {
@@ -64,6 +66,7 @@ class FakeSockets final : public PacketSockets {
 
     int openError = 0;
     int sendError = 0;
+    std::optional<uint8_t> refusedFrame; ///< the first byte of one that fails with ENOBUFS
     int bindError = 0;
     uint32_t boundTo = 0; ///< 0: to none, or to a device that is gone
     std::vector<uint16_t> opened;
@@ -84,6 +87,19 @@ class RawTxPamTest : public Testing::CoreFixture {
         DumpContext dump;
         pam->dumpState(dump, 2);
         return dump.text();
+    }
+
+    /// Of one packet.
+    bool transmit(const Bytes& frame, uint32_t ifIndex) {
+        boost::intrusive_ptr<Pkt> pkt = packets.newPkt(frame);
+        return pam->transmit({&pkt, 1}, ifIndex) == 1;
+    }
+    std::vector<boost::intrusive_ptr<Pkt>> packetsOf(uint8_t count) {
+        std::vector<boost::intrusive_ptr<Pkt>> pkts;
+        for (uint8_t i = 0; i < count; ++i) {
+            pkts.push_back(packets.newPkt(Bytes{i}));
+        }
+        return pkts;
     }
 
     FakeSockets sockets;
@@ -121,7 +137,7 @@ TEST_F(RawTxPamTest, TheSocketGoesWithTheEndOfItsLife) {
     pam->destroy();
     EXPECT_FALSE(sockets.lastIsOpen());
     EXPECT_FALSE(pam->enabled());
-    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 1));
+    EXPECT_FALSE(transmit(Bytes{1}, 1));
     EXPECT_TRUE(sockets.sent.empty());
 }
 
@@ -135,10 +151,10 @@ TEST_F(RawTxPamTest, TransmitsTheWholeFrame) {
     pam->ethProtocolIs(3);
     pam->enabledIs(true);
     boost::intrusive_ptr<Pkt> pkt = packets.newPkt(Bytes{1, 2, 3}, 4);
-    EXPECT_TRUE(pam->transmit(*pkt, 7));
+    EXPECT_EQ(pam->transmit({&pkt, 1}, 7), 1u);
     pkt->prepend(2);
     pam->ethProtocolIs(0x0806);
-    EXPECT_TRUE(pam->transmit(*pkt, 8));
+    EXPECT_EQ(pam->transmit({&pkt, 1}, 8), 1u);
     std::vector<Sent> expected = {{sockets.lastFd, 3, 7, {1, 2, 3}},
                                   {sockets.lastFd, 0x0806, 8, {0, 0, 1, 2, 3}}};
     EXPECT_EQ(sockets.sent, expected);
@@ -149,7 +165,7 @@ TEST_F(RawTxPamTest, TheSocketIsBoundAnewOnlyWhenTheInterfaceChanges) {
     pam->ethProtocolIs(3);
     pam->enabledIs(true);
     for (uint32_t ifIndex : {7u, 7u, 7u, 8u, 8u, 7u}) {
-        EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), ifIndex));
+        EXPECT_TRUE(transmit(Bytes{1}, ifIndex));
         EXPECT_EQ(sockets.sent.back().ifIndex, ifIndex);
     }
     EXPECT_EQ(sockets.sent.size(), 6u);
@@ -158,7 +174,7 @@ TEST_F(RawTxPamTest, TheSocketIsBoundAnewOnlyWhenTheInterfaceChanges) {
     pam->enabledIs(false);
     pam->enabledIs(true);
     sockets.boundTo = 0;
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_TRUE(transmit(Bytes{1}, 7));
     EXPECT_EQ(sockets.binds, 4);
     EXPECT_EQ(sockets.sent.size(), 7u);
 }
@@ -166,40 +182,81 @@ TEST_F(RawTxPamTest, TheSocketIsBoundAnewOnlyWhenTheInterfaceChanges) {
 TEST_F(RawTxPamTest, AProtocolOfItsOwnNeedsNoBinding) {
     pam->ethProtocolIs(0x0806);
     pam->enabledIs(true);
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_TRUE(transmit(Bytes{1}, 7));
     EXPECT_EQ(sockets.binds, 0);
 }
 
 TEST_F(RawTxPamTest, ADeviceOfTheSameIndexIsBoundToAnew) {
     pam->ethProtocolIs(3);
     pam->enabledIs(true);
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_TRUE(transmit(Bytes{1}, 7));
     sockets.boundTo = 0; // gone, and another one came
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+    EXPECT_TRUE(transmit(Bytes{2}, 7));
     EXPECT_EQ(sockets.binds, 2);
     ASSERT_EQ(sockets.sent.size(), 2u);
     EXPECT_EQ(sockets.sent[1].frame, Bytes{2});
 }
 
+TEST_F(RawTxPamTest, SeveralGoInTheirOrder) {
+    pam->enabledIs(true);
+    for (uint16_t protocol : {uint16_t{3}, uint16_t{0x0806}}) {
+        pam->ethProtocolIs(protocol);
+        sockets.sent.clear();
+        EXPECT_EQ(pam->transmit(packetsOf(40), 7), 40u);
+        ASSERT_EQ(sockets.sent.size(), 40u);
+        for (uint8_t i = 0; i < 40; ++i) {
+            EXPECT_EQ(sockets.sent[i], (Sent{sockets.lastFd, protocol, 7, {i}}));
+        }
+    }
+    EXPECT_EQ(pam->transmit({}, 7), 0u);
+    EXPECT_EQ(sockets.binds, 1);
+}
+
+TEST_F(RawTxPamTest, OfSeveralTheOneThatFailsIsTheNextAfterThoseThatWent) {
+    pam->enabledIs(true);
+    for (uint16_t protocol : {uint16_t{3}, uint16_t{0x0806}}) {
+        pam->ethProtocolIs(protocol);
+        for (uint8_t refused : {uint8_t{0}, uint8_t{5}, uint8_t{16}, uint8_t{39}}) {
+            sockets.sent.clear();
+            sockets.refusedFrame = refused;
+            errno = 0;
+            EXPECT_EQ(pam->transmit(packetsOf(40), 7), refused);
+            EXPECT_EQ(errno, ENOBUFS);
+            EXPECT_EQ(sockets.sent.size(), refused);
+        }
+    }
+}
+
+TEST_F(RawTxPamTest, SeveralFollowTheDeviceOfTheSameIndex) {
+    pam->ethProtocolIs(3);
+    pam->enabledIs(true);
+    EXPECT_TRUE(transmit(Bytes{1}, 7));
+    sockets.boundTo = 0;
+    sockets.sent.clear();
+    EXPECT_EQ(pam->transmit(packetsOf(3), 7), 3u);
+    EXPECT_EQ(sockets.sent.size(), 3u);
+    EXPECT_EQ(sockets.binds, 2);
+}
+
 TEST_F(RawTxPamTest, AFrameForADeviceThatIsGoneLeavesTheReason) {
     pam->ethProtocolIs(3);
     pam->enabledIs(true);
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_TRUE(transmit(Bytes{1}, 7));
     sockets.boundTo = 0;
     sockets.bindError = ENODEV;
     for (int i = 0; i < 2; ++i) {
         errno = 0;
-        EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+        EXPECT_FALSE(transmit(Bytes{2}, 7));
         EXPECT_EQ(errno, ENODEV);
     }
     EXPECT_EQ(sockets.sent.size(), 1u);
     // A device that cannot be bound to takes no other device's frames.
     sockets.bindError = 0;
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{3}), 8));
+    EXPECT_TRUE(transmit(Bytes{3}, 8));
     sockets.bindError = ENODEV;
-    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{4}), 9));
+    EXPECT_FALSE(transmit(Bytes{4}, 9));
     sockets.bindError = 0;
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{5}), 8));
+    EXPECT_TRUE(transmit(Bytes{5}, 8));
     ASSERT_EQ(sockets.sent.size(), 3u);
     EXPECT_EQ(sockets.sent[2].ifIndex, 8u);
 }
@@ -207,9 +264,9 @@ TEST_F(RawTxPamTest, AFrameForADeviceThatIsGoneLeavesTheReason) {
 TEST_F(RawTxPamTest, ADeviceThatIsDownIsNotTriedTwice) {
     pam->ethProtocolIs(3);
     pam->enabledIs(true);
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_TRUE(transmit(Bytes{1}, 7));
     sockets.sendError = ENETDOWN;
-    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+    EXPECT_FALSE(transmit(Bytes{2}, 7));
     EXPECT_EQ(errno, ENETDOWN);
     EXPECT_EQ(sockets.binds, 1);
 }
@@ -235,24 +292,24 @@ TEST_F(RawTxPamTest, AFrameThatDoesNotGoLeavesTheReason) {
     pam->enabledIs(true);
     sockets.sendError = ENETDOWN;
     errno = 0;
-    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_FALSE(transmit(Bytes{1}, 7));
     EXPECT_EQ(errno, ENETDOWN);
     EXPECT_TRUE(pam->enabled());
     sockets.sendError = 0;
-    EXPECT_TRUE(pam->transmit(*packets.newPkt(Bytes{2}), 7));
+    EXPECT_TRUE(transmit(Bytes{2}, 7));
     ASSERT_EQ(sockets.sent.size(), 1u); // the one that failed is not sent again
     EXPECT_EQ(sockets.sent[0].frame, Bytes{2});
 }
 
 TEST_F(RawTxPamTest, TransmitsNothingWhileDisabled) {
     errno = 0;
-    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_FALSE(transmit(Bytes{1}, 7));
     EXPECT_EQ(errno, ENOTCONN);
     EXPECT_TRUE(sockets.opened.empty());
     pam->enabledIs(true);
     pam->enabledIs(false);
     errno = 0;
-    EXPECT_FALSE(pam->transmit(*packets.newPkt(Bytes{1}), 7));
+    EXPECT_FALSE(transmit(Bytes{1}, 7));
     EXPECT_EQ(errno, ENOTCONN);
     EXPECT_TRUE(sockets.sent.empty());
 }
@@ -286,6 +343,11 @@ TEST(PacketSocketsTest, TheKernelsLeaveTheReasonOfAFailure) {
     EXPECT_EQ(errno, EBADF);
     errno = 0;
     EXPECT_FALSE(packetSockets().send(-1, 0x0806, 1, Bytes{1}));
+    EXPECT_EQ(errno, EBADF);
+    errno = 0;
+    Bytes frame{1};
+    std::array<std::span<const uint8_t>, 2> frames{frame, frame};
+    EXPECT_EQ(packetSockets().sendAll(-1, 3, frames), 0u);
     EXPECT_EQ(errno, EBADF);
 }
 
