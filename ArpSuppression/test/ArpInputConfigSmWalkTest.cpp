@@ -433,6 +433,43 @@ TEST_F(EntryWalk, whoIsToldMayEndIt) {
     EXPECT_EQ(config().vrfs(), 0u);
 }
 
+// The VRFs change between slices
+
+class BetweenVrfs : public ArpInputConfigSmWalkTest {
+  protected:
+    /// Of the VRFs "a", "m" and "z", each with an entry without support, the first is done.
+    BetweenVrfs() {
+        for (const char* vrf : {"a", "m", "z"}) {
+            permanentIs(ip(1), macA, "Vlan99", vrf);
+            permanentIs(ip6(1), macA, "", vrf);
+        }
+        completeIs();
+        machineIs();
+        walkTo(WalkStage::walkArpInputConfig);
+        slice();
+        slice();
+        EXPECT_EQ(sm->arpInputConfigBookmark(), ArpInputConfigBookmark("m", {}, {}));
+        EXPECT_FALSE(config().vrf("a"));
+        EXPECT_EQ(entries().size(), 4u);
+    }
+};
+
+TEST_F(BetweenVrfs, theNextOneMayGo) {
+    config().vrfDel("m");
+    slice();
+    EXPECT_EQ(entries().size(), 1u);
+    walkToTheEnd();
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(sm->walkStage(), WalkStage::walkComplete);
+}
+TEST_F(BetweenVrfs, oneMayComeBeforeTheNext) {
+    permanentIs(ip(1), macA, "Vlan99", "b");
+    permanentIs(ip(1), macA, "Vlan99", "n");
+    walkToTheEnd();
+    EXPECT_EQ(entries(), (Entries{{"b 10.0.0.1 Vlan99", permanent(macA)}}))
+        << "what is added behind the walk is the business of who adds it";
+}
+
 // A VRF ends while an address of it still has an entry: one that is being verified
 
 class VrfEnds : public ArpInputConfigSmWalkTest {
