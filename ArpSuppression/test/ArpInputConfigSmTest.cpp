@@ -312,6 +312,24 @@ TEST_F(ArpInputConfigSmTest, theLastEntryTakesTheVrfAlong) {
     EXPECT_TRUE(config().vrf("default")) << "the IPv6 entry is there";
 }
 
+TEST_F(ArpInputConfigSmTest, aVrfThatIsBackBeforeTheLastEntryIsGoneStays) {
+    kernelIs(ip1, macA, true);
+    localIs(ip1, macA);
+    quietRemoteIs(ip2, macB);
+    auto vrf = config().vrf("default");
+    auto reaction = vrf->ipv4EntryCollection().react(nullptr, [&](const Arp::InputConfigKey& k) {
+        if (k.ipAddress() == Zinc::IpGenAddr(ip1)) {
+            trigger->event(address("10.0.0.99"), false); // has no entry: ends the empty VRF
+            EXPECT_FALSE(config().vrf("default"));
+            trigger->event(address(ip2), false);
+        }
+    });
+    localDel(ip1);
+    EXPECT_TRUE(vrf->destroyed());
+    EXPECT_EQ(entries(), (Entries{{"default 10.0.0.2 Vlan10", permanent(macB)}}));
+    expectShadowsOfEntries();
+}
+
 TEST_F(ArpInputConfigSmTest, entriesCarryTheConfiguredSource) {
     config().sourceIs(Arp::ArpSource(7));
     remoteIs(ip1, macA);

@@ -526,5 +526,45 @@ TEST_F(VrfEnds, aVrfThatIsNewIsNoReasonToWalk) {
     EXPECT_FALSE(sm->walkScheduled());
 }
 
+/// A second VRF, whose entries the walk has confirmed when it ends.
+class AnotherVrfEnds : public VrfEnds {
+  protected:
+    AnotherVrfEnds() {
+        vlanIs(40, "blue", 3); // comes before "default" and "red"
+        for (unsigned i = 2; i <= 5; ++i) {
+            remoteIs(ip(i), macA, 40);
+        }
+        vlanDel(30);
+    }
+    void blueEnds() {
+        EXPECT_EQ(config().vrf("blue")->ipv4Entries(), 4u);
+        EXPECT_EQ(sm->walkStage(), WalkStage::walkArpInputConfig);
+        for (unsigned i = 2; i <= 5; ++i) {
+            remoteDel(ip(i), 40);
+        }
+        vlanDel(40);
+        EXPECT_EQ(config().vrf("blue")->ipv4Entries(), 4u);
+        walkToTheEnd();
+        EXPECT_EQ(entries(), (Entries{{at1, permanent(macA)}}));
+        expectShadowsOfEntries();
+        EXPECT_EQ(sm->walkStage(), WalkStage::walkComplete);
+    }
+};
+
+TEST_F(AnotherVrfEnds, whileTheWalkIsBeyondIt) {
+    while (sm->arpInputConfigBookmark().vrfName() != "red") {
+        ASSERT_TRUE(slice());
+    }
+    blueEnds();
+}
+TEST_F(AnotherVrfEnds, whileTheWalkIsInTheShadows) {
+    TraceCapture capture("ArpSuppression=8");
+    while (capture.count(" done=yes\n") == 0) {
+        ASSERT_TRUE(slice());
+    }
+    EXPECT_FALSE(config().vrf("red"));
+    blueEnds();
+}
+
 } // namespace
 } // namespace ArpSuppression
