@@ -104,12 +104,10 @@ void ArpInputConfigSm::handleInitialized() {
     WalkSmBase::handleInitialized();
 }
 
-/// By name, whether the walk has come to it or not.
+/// Also what the walk has not come to.
 void ArpInputConfigSm::handleDestroy() noexcept {
     TRACE(trace, 8, this, "handleDestroy");
-    for (auto vrf = arpInputConfig_->vrfCollection().first(); vrf; ++vrf) {
-        arpInputConfig_->vrfDel(vrf.key());
-    }
+    arpInputConfig_->vrfDelAll();
 }
 
 // Reactions
@@ -375,7 +373,8 @@ bool ArpInputConfigSm::updateWithLocalBinding(const VrfIpAddress& vrfIpAddress) 
         // Else the binding would outlive an entry that was there before it.
         localBinding->arpStatusHasDynamicEntryIs(true);
     }
-    return updateEntry(ArpTypeId::dynamic, vrfIpAddress, false, host, false);
+    updateEntry(ArpTypeId::dynamic, vrfIpAddress, false, host, false);
+    return true;
 }
 
 bool ArpInputConfigSm::selectiveInstall(const VrfIpAddress& vrfIpAddress) {
@@ -470,12 +469,15 @@ bool ArpInputConfigSm::updateEntry(ArpTypeId type, const VrfIpAddress& vrfIpAddr
             TRACE(trace, 8, this,
                   "interface change intfId=" << key.intfId() << " shadowIntfId=" << shadowIntfId);
             deleteEntry(vrfIpAddress);
-            if (destroyed()) {
-                return false;
+            if (!destroyed()) {
+                vrf = arpInputConfig_->vrfIs(vrfName);
             }
-            vrf = arpInputConfig_->vrfIs(vrfName);
         }
         ipv4VlanIntfIdShadowIs(vrfIpAddress, key.intfId());
+    }
+    // Who was told of the VRF or of the entry that went may have ended this.
+    if (destroyed()) {
+        return false;
     }
     if (type == ArpTypeId::dynamic) {
         vrf->afEntryDynamicIs(key, vlanIdMacAddress.macAddress(), arpInputConfig_->source(),

@@ -173,6 +173,12 @@ TEST_F(Decision, goneRefreshOfAGlobalIpv6Address) {
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
     EXPECT_EQ(entries().begin()->first, "default 2001:db8::1 ");
 }
+TEST_F(Decision, goneRefreshOfAGlobalIpv6AddressWhereTheVrfHasOtherInterfacesToo) {
+    vlans->findOrCreateVrfInterfaceWatch("Ethernet1", "default"); // which comes before any VLAN
+    given(Existing::permanent, "2001:db8::1");
+    remoteDel("2001:db8::1");
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+}
 TEST_F(Decision, goneRefreshOfALinkLocalAddress) {
     given(Existing::permanent, "fe80::1", 20);
     remoteDel("fe80::1", 20);

@@ -312,6 +312,24 @@ TEST_F(ArpInputConfigSmTest, theLastEntryTakesTheVrfAlong) {
     EXPECT_TRUE(config().vrf("default")) << "the IPv6 entry is there";
 }
 
+TEST_F(ArpInputConfigSmTest, aVrfThatIsBackBeforeTheLastEntryIsGoneStays) {
+    kernelIs(ip1, macA, true);
+    localIs(ip1, macA);
+    quietRemoteIs(ip2, macB);
+    auto vrf = config().vrf("default");
+    auto reaction = vrf->ipv4EntryCollection().react(nullptr, [&](const Arp::InputConfigKey& k) {
+        if (k.ipAddress() == Zinc::IpGenAddr(ip1)) {
+            trigger->event(address("10.0.0.99"), false); // has no entry: ends the empty VRF
+            EXPECT_FALSE(config().vrf("default"));
+            trigger->event(address(ip2), false);
+        }
+    });
+    localDel(ip1);
+    EXPECT_TRUE(vrf->destroyed());
+    EXPECT_EQ(entries(), (Entries{{"default 10.0.0.2 Vlan10", permanent(macB)}}));
+    expectShadowsOfEntries();
+}
+
 TEST_F(ArpInputConfigSmTest, entriesCarryTheConfiguredSource) {
     config().sourceIs(Arp::ArpSource(7));
     remoteIs(ip1, macA);
@@ -377,6 +395,17 @@ TEST_F(ArpInputConfigSmTest, eachEventIsHandled) {
     EXPECT_EQ(moved(), (Moved{{Id::inputPermanentAdded, 1}, {Id::inputPermanentRewritten, 1}}));
 }
 
+TEST_F(ArpInputConfigSmTest, theTriggerAloneHandlesTheLastEventAgain) {
+    quietRemoteIs(ip1, macA);
+    trigger->event(address(ip1), true);
+    moved();
+    trigger->triggerInc(1);
+    EXPECT_EQ(moved(), once(Id::inputPermanentRewritten));
+    trigger->triggerInc(0);
+    trigger->triggerIs(trigger->trigger());
+    EXPECT_EQ(moved(), Moved());
+}
+
 // The end
 
 TEST_F(ArpInputConfigSmTest, itsEndWithdrawsEverything) {
@@ -412,6 +441,31 @@ TEST_F(ArpInputConfigSmTest, whoIsToldOfAnEntryMayEndIt) {
         nullptr, [&](const Arp::InputConfigKey&) { sm->destroy(); });
     announce(address(ip1));
     EXPECT_EQ(config().vrfs(), 0u) << "nothing is written after the end";
+}
+
+TEST_F(ArpInputConfigSmTest, whoIsToldOfAnEntryMayEndItWhileALocalHostTakesOver) {
+    remoteIs(ip1, macA, 10);
+    kernelIs(ip1, macB, true, Arp::ArpSource::arpSuppression, 20);
+    auto reaction = config().vrf("default")->ipv4EntryCollection().react(
+        nullptr, [&](const Arp::InputConfigKey&) { sm->destroy(); });
+    localIs(ip1, macB, 20);
+    EXPECT_TRUE(sm->destroyed());
+    EXPECT_EQ(config().vrfs(), 0u) << "the remote binding is not fallen back to";
+}
+
+TEST_F(ArpInputConfigSmTest, whoIsToldOfAVrfMayEndIt) {
+    Vela::Ptr<Arp::InputConfigVrf> ended;
+    auto reaction = config().vrfCollection().react(nullptr, [&](const L3::VrfName& vrfName) {
+        if (auto vrf = config().vrf(vrfName)) {
+            ended = vrf;
+            sm->destroy();
+        }
+    });
+    remoteIs(ip1, macA);
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(ended->ipv4Entries(), 0u) << "nothing is written into what has ended";
+    EXPECT_EQ(config().vrfs(), 0u);
+    EXPECT_EQ(moved(), Moved());
 }
 
 // Our own errors

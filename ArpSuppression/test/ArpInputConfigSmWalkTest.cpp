@@ -433,6 +433,43 @@ TEST_F(EntryWalk, whoIsToldMayEndIt) {
     EXPECT_EQ(config().vrfs(), 0u);
 }
 
+// The VRFs change between slices
+
+class BetweenVrfs : public ArpInputConfigSmWalkTest {
+  protected:
+    /// Of the VRFs "a", "m" and "z", each with an entry without support, the first is done.
+    BetweenVrfs() {
+        for (const char* vrf : {"a", "m", "z"}) {
+            permanentIs(ip(1), macA, "Vlan99", vrf);
+            permanentIs(ip6(1), macA, "", vrf);
+        }
+        completeIs();
+        machineIs();
+        walkTo(WalkStage::walkArpInputConfig);
+        slice();
+        slice();
+        EXPECT_EQ(sm->arpInputConfigBookmark(), ArpInputConfigBookmark("m", {}, {}));
+        EXPECT_FALSE(config().vrf("a"));
+        EXPECT_EQ(entries().size(), 4u);
+    }
+};
+
+TEST_F(BetweenVrfs, theNextOneMayGo) {
+    config().vrfDel("m");
+    slice();
+    EXPECT_EQ(entries().size(), 1u);
+    walkToTheEnd();
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(sm->walkStage(), WalkStage::walkComplete);
+}
+TEST_F(BetweenVrfs, oneMayComeBeforeTheNext) {
+    permanentIs(ip(1), macA, "Vlan99", "b");
+    permanentIs(ip(1), macA, "Vlan99", "n");
+    walkToTheEnd();
+    EXPECT_EQ(entries(), (Entries{{"b 10.0.0.1 Vlan99", permanent(macA)}}))
+        << "what is added behind the walk is the business of who adds it";
+}
+
 // A VRF ends while an address of it still has an entry: one that is being verified
 
 class VrfEnds : public ArpInputConfigSmWalkTest {
@@ -487,6 +524,46 @@ TEST_F(VrfEnds, theShadowsAreWalkedOverInSlicesToo) {
 TEST_F(VrfEnds, aVrfThatIsNewIsNoReasonToWalk) {
     vlanIs(40, "blue", 3);
     EXPECT_FALSE(sm->walkScheduled());
+}
+
+/// A second VRF, whose entries the walk has confirmed when it ends.
+class AnotherVrfEnds : public VrfEnds {
+  protected:
+    AnotherVrfEnds() {
+        vlanIs(40, "blue", 3); // comes before "default" and "red"
+        for (unsigned i = 2; i <= 5; ++i) {
+            remoteIs(ip(i), macA, 40);
+        }
+        vlanDel(30);
+    }
+    void blueEnds() {
+        EXPECT_EQ(config().vrf("blue")->ipv4Entries(), 4u);
+        EXPECT_EQ(sm->walkStage(), WalkStage::walkArpInputConfig);
+        for (unsigned i = 2; i <= 5; ++i) {
+            remoteDel(ip(i), 40);
+        }
+        vlanDel(40);
+        EXPECT_EQ(config().vrf("blue")->ipv4Entries(), 4u);
+        walkToTheEnd();
+        EXPECT_EQ(entries(), (Entries{{at1, permanent(macA)}}));
+        expectShadowsOfEntries();
+        EXPECT_EQ(sm->walkStage(), WalkStage::walkComplete);
+    }
+};
+
+TEST_F(AnotherVrfEnds, whileTheWalkIsBeyondIt) {
+    while (sm->arpInputConfigBookmark().vrfName() != "red") {
+        ASSERT_TRUE(slice());
+    }
+    blueEnds();
+}
+TEST_F(AnotherVrfEnds, whileTheWalkIsInTheShadows) {
+    TraceCapture capture("ArpSuppression=8");
+    while (capture.count(" done=yes\n") == 0) {
+        ASSERT_TRUE(slice());
+    }
+    EXPECT_FALSE(config().vrf("red"));
+    blueEnds();
 }
 
 } // namespace
