@@ -1,0 +1,130 @@
+#pragma once
+
+#include "ArpSuppression/ArpSuppression.h"
+#include "ArpSuppression/TrappedMessage.h"
+#include "Platform/Agent/SwitchState.h"
+
+#include <compare>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Random {
+
+using Host = ArpSuppression::VlanIdMacAddress;
+
+/// An address as a human would say it: in the VRF of that name.
+struct Address {
+    std::string vrf;
+    Zinc::IpGenAddr ip;
+    Zinc::IntfId intf; // of a link-local address
+
+    friend auto operator<=>(const Address&, const Address&) = default;
+    std::string text() const;
+};
+
+/// A remote host that claims an address.
+struct Claim {
+    Host host;
+    bool localMultihomed = false;
+
+    friend bool operator==(const Claim&, const Claim&) = default;
+};
+
+struct Local {
+    Host host;
+    bool kernelHasIt = false;
+
+    friend bool operator==(const Local&, const Local&) = default;
+};
+
+struct Entry {
+    Zinc::IntfId intf;
+    Zinc::EthAddr mac;
+    Arp::ArpType::ArpTypeId type;
+    Arp::QuickRefresh refresh;
+
+    friend bool operator==(const Entry&, const Entry&) = default;
+    std::string text() const;
+};
+
+struct Toggles {
+    bool localMultihomeSelectiveArpInstall = true;
+    bool evpnMplsProxyArpRefresh = true;
+};
+
+/// What an agent that suppresses should know and have published, worked out without an eye to
+/// speed: from what the switch publishes now, and for what depends on the past by following what
+/// happened, one thing at a time. Knows neither walks nor slices.
+class Model {
+  public:
+    Model(const Vela::SwitchState& state, Toggles toggles) : state_(state), toggles_(toggles) {}
+
+    // From what is published now.
+
+    bool runs() const { return state_.evpnStatus->mplsConfigured(); }
+    std::set<Bridging::VlanId> vlansWithBindings() const;
+    std::set<Bridging::VlanId> enabled() const;
+    std::set<Bridging::VlanId> active() const;
+    /// The VRF of each VLAN that has L3 information.
+    std::map<Bridging::VlanId, std::string> vlanVrfs() const;
+    bool usable(Bridging::VlanId vlanId) const;
+    /// The hosts that remote bindings name, and who claims each address, in any order.
+    std::map<Host, std::set<Zinc::IpGenAddr>> remoteHosts() const;
+    std::map<Address, std::vector<Claim>> remoteClaims() const;
+
+    // From what happened. Each is told when the switch has published the change, before the next
+    // one.
+
+    void remoteBindingChanged(const ArpSuppression::RemoteBindingKey& key);
+    void fdbChanged(const Bridging::HostKey& key);
+    void kernelChanged(const Arp::Table::ArpKey& key);
+    void trapped(const ArpSuppression::TrappedMessage& message);
+    /// The switch itself wants to know who has the address.
+    void asked(const Address& address) { update(address, true); }
+    /// After each of them, and after a change of anything else.
+    void vlansChanged();
+
+    /// What is taken for the past where it was not followed.
+    struct Past {
+        std::map<Address, std::vector<Claim>> claims; ///< the first one counts
+        std::map<Address, Local> local;
+        std::map<Address, Entry> entries;
+    };
+    const Past& past() const { return past_; }
+    void pastIs(Past past);
+
+  private:
+    bool vrfIsReady(const std::string& vrf) const;
+    Vrf::VrfId vrfId(const std::string& vrf) const;
+    Address addressOf(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ip) const;
+    bool vlanIsIn(Bridging::VlanId vlanId, const std::string& vrf) const;
+    bool isLocalMultihomed(const Address& address, const Zinc::EthAddr& mac) const;
+    std::set<std::string> vrfsInUse() const;
+
+    bool claim(const Address& address, const Claim& claim);
+    void disclaim(const Address& address, const Host& host);
+    void remoteNotified(const Address& address);
+    void learn(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ip, const Zinc::EthAddr& mac);
+    void forget(const Address& address);
+
+    void update(const Address& address, bool suppressionEvent, const Host& departed = {});
+    Host departedHost(const Address& address) const;
+    bool writeLocal(const Address& address);
+    bool writeRemote(const Address& address, bool suppressionEvent, const Host& departed);
+    void write(const Address& address, const Host& host, Arp::ArpType::ArpTypeId type,
+               Arp::QuickRefresh refresh);
+
+    const Vela::SwitchState& state_;
+    const Toggles toggles_;
+    std::map<Bridging::VlanId, std::string> vlanVrfs_; // as the machines know it
+    std::map<ArpSuppression::RemoteBindingKey, ArpSuppression::RemoteBinding> known_;
+    std::set<std::string> vrfsInUse_;
+    Past past_;
+    std::map<Address, Host> localMultihomed_; // as remembered for the time when they go
+};
+
+Zinc::IntfId vlanIntf(Bridging::VlanId vlanId);
+
+} // namespace Random
