@@ -53,6 +53,7 @@ Leaf::~Leaf() {
     unwatch();
     agent_->destroy();
     agent_.reset();
+    model_.reset();
     state_.reset();
     database_->destroy();
     tables_->destroy();
@@ -130,12 +131,23 @@ void Leaf::step() {
         void (Leaf::*happens)();
     };
     static constexpr Kind kinds[] = {
-        {20, &Leaf::remoteBinding},    {10, &Leaf::remoteBindingGoes}, {12, &Leaf::fdb},
-        {6, &Leaf::fdbGoes},           {14, &Leaf::neighbor},          {8, &Leaf::neighborGoes},
-        {4, &Leaf::servedVlan},        {4, &Leaf::routedInterface},    {3, &Leaf::interfaceAddress},
-        {3, &Leaf::device},            {3, &Leaf::vrf},                {2, &Leaf::macAddress},
-        {2, &Leaf::selectiveInstall},  {3, &Leaf::segment},            {40, &Leaf::frame},
-        {2, &Leaf::time},              {1, &Leaf::suppression},
+        {20, &Leaf::remoteBinding},
+        {10, &Leaf::remoteBindingGoes},
+        {12, &Leaf::fdb},
+        {6, &Leaf::fdbGoes},
+        {14, &Leaf::neighbor},
+        {8, &Leaf::neighborGoes},
+        {4, &Leaf::servedVlan},
+        {4, &Leaf::routedInterface},
+        {3, &Leaf::interfaceAddress},
+        {3, &Leaf::device},
+        {3, &Leaf::vrf},
+        {2, &Leaf::macAddress},
+        {2, &Leaf::selectiveInstall},
+        {3, &Leaf::segment},
+        {40, &Leaf::frame},
+        {2, &Leaf::time},
+        {1, &Leaf::suppression},
     };
     uint32_t sum = 0;
     for (const Kind& kind : kinds) {
@@ -153,6 +165,11 @@ void Leaf::step() {
     (this->*kind->happens)();
     if (dice_.below(settleEvery_) == 0) {
         settle();
+    } else if (dice_.chance(50)) {
+        // The next step falls into the middle of what this one leads to.
+        for (uint32_t turns = dice_.below(12); turns > 0; --turns) {
+            scheduler_->turn(Vela::MonotonicTime(0));
+        }
     }
 }
 
@@ -219,7 +236,7 @@ void Leaf::neighbor() {
                                dice_.chance(30),
                                dice_.chance(40) ? Arp::ArpSource::arpSuppression
                                                 : Arp::ArpSource::kernel};
-    auto vrfs = model_->vlanVrfs();
+    const auto& vrfs = model_->present().vlanVrfs; // as last looked at
     if (auto vrf = vrfs.find(vlanId); vrf != vrfs.end() && dice_.chance(80)) {
         entry.key = {Vrf::VrfId(vrfIds.at(vrf->second).front()), vlanIntf(vlanId),
                      entry.key.addr()};
@@ -239,8 +256,8 @@ void Leaf::neighbor() {
 void Leaf::neighborGoes() {
     const auto& table = dice_.chance(50) ? state_->arpStatus->arpEntryCollection()
                                          : state_->arpStatus->neighborEntryCollection();
-    auto entry = table.atOrAfter({Vrf::VrfId(vrfIds.at(dice_.oneOf(vrfs_)).front()),
-                                  vlanIntf(vlan()), ip()});
+    auto entry = table.atOrAfter(
+        {Vrf::VrfId(vrfIds.at(dice_.oneOf(vrfs_)).front()), vlanIntf(vlan()), ip()});
     if (!entry) {
         entry = table.first();
     }

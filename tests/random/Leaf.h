@@ -136,8 +136,8 @@ class Leaf {
     std::optional<Model> model_;
 
     // What happened since the last check. It is followed if it is one thing, or frames alone.
-    using TableKey = std::variant<ArpSuppression::RemoteBindingKey, Bridging::HostKey,
-                                  Arp::Table::ArpKey>;
+    using TableKey =
+        std::variant<ArpSuppression::RemoteBindingKey, Bridging::HostKey, Arp::Table::ArpKey>;
     uint32_t changes_ = 0;
     uint32_t frames_ = 0;
     bool restarted_ = true;
@@ -155,9 +155,8 @@ class Leaf {
 
     const std::vector<uint32_t> vlans_{10, 20, 30, 40, 4094};
     const std::vector<std::string> vrfs_{"default", "red", "blue"};
-    const std::vector<std::string> ips_{"10.0.0.1",    "10.0.0.2", "10.0.0.3",
-                                        "10.0.0.254",  "2001:db8::1", "2001:db8::2",
-                                        "fe80::1",     "fe80::2"};
+    const std::vector<std::string> ips_{"10.0.0.1",    "10.0.0.2",    "10.0.0.3", "10.0.0.254",
+                                        "2001:db8::1", "2001:db8::2", "fe80::1",  "fe80::2"};
     const std::vector<std::string> macs_{"02:00:00:00:00:0a", "02:00:00:00:00:0b",
                                          "02:00:00:00:00:0c", "02:00:00:00:00:0d"};
     const std::vector<std::string> intfs_{"Ethernet1", "Ethernet2", "Vxlan1"};

@@ -8,9 +8,9 @@
 
 namespace Random {
 
-using ArpSuppression::VrfIpAddress;
 using Arp::QuickRefresh;
 using Arp::ArpType::ArpTypeId;
+using ArpSuppression::VrfIpAddress;
 using Bridging::VlanId;
 using Id = ArpSuppression::ArpSuppressionCounterId;
 
@@ -122,13 +122,14 @@ void Leaf::settle() {
     }
     ++settled_;
     for (const Testing::Frame& frame : ports_.sent(100)) {
-        must(physical_ || (frame.size() == 46 && frame[12] == 0x81 && frame[16] == 8 &&
-                           frame[25] == 2),
+        must(physical_ ||
+                 (frame.size() == 46 && frame[12] == 0x81 && frame[16] == 8 && frame[25] == 2),
              "what was sent to the fabric is no reply");
     }
     ports_.written(102);
     const bool runs = rootSm().root() != nullptr;
-    must(runs == model_->runs(), runs ? "suppression runs" : "suppression does not run");
+    must(runs == state_->evpnStatus->mplsConfigured(),
+         runs ? "suppression runs" : "suppression does not run");
     must(runs == state_->arpSuppressionStatus->runnable(), "runnable");
     if (runs) {
         checkRunning(!restarted_ && (changes_ == 0 || (changes_ == 1 && frames_ == 0)));
@@ -155,6 +156,7 @@ void Leaf::checkStopped() {
 }
 
 void Leaf::checkRunning(bool exact) {
+    model_->look();
     checkVlans();
     checkRemote();
     checkLocal();
@@ -240,7 +242,7 @@ void Leaf::checkVlans() {
     for (auto vlan = enabledVlans.first(); vlan; ++vlan) {
         enabled.insert(vlan.key());
     }
-    same("enabled VLANs", model_->enabled(), enabled);
+    same("enabled VLANs", model_->present().enabled, enabled);
 
     std::set<VlanId> active;
     const auto& status = state_->arpSuppressionStatus->vlanIdCollection();
@@ -248,17 +250,17 @@ void Leaf::checkVlans() {
         must(vlan.value(), "VLAN " + vlan.key().toStrep() + " is published as not active");
         active.insert(vlan.key());
     }
-    same("active VLANs", model_->active(), active);
+    same("active VLANs", model_->present().active, active);
 
     std::map<VlanId, std::string> vrfs;
     const auto& vlanL3Info = root().vlanL3InfoStatus()->vlanL3InfoCollection();
     for (auto vlan = vlanL3Info.first(); vlan; ++vlan) {
         vrfs[vlan.key()] = vlan.value()->vrfInfo()->vrfName();
         const bool usable = vlan.value()->usable();
-        must(usable == model_->usable(vlan.key()),
+        must(usable == model_->present().usable.contains(vlan.key()),
              "VLAN " + vlan.key().toStrep() + (usable ? " is usable" : " is not usable"));
     }
-    same("VRFs of VLANs", model_->vlanVrfs(), vrfs);
+    same("VRFs of VLANs", model_->present().vlanVrfs, vrfs);
 }
 
 /// As many uses as the tracker has bindings in each VRF, and a registered user for each VRF used.
@@ -288,7 +290,7 @@ void Leaf::checkRemote() {
     for (auto vlan = status.vlanIdCollection().first(); vlan; ++vlan) {
         vlans.insert(vlan.key());
     }
-    same("VLANs with remote bindings", model_->vlansWithBindings(), vlans);
+    same("VLANs with remote bindings", model_->present().vlansWithBindings, vlans);
 
     std::map<Host, std::set<Zinc::IpGenAddr>> hosts;
     for (auto host = status.macToIpCollection().first(); host; ++host) {
@@ -297,7 +299,7 @@ void Leaf::checkRemote() {
         host.value()->ipAddressCollection().each(
             [&](const Zinc::IpGenAddr& address) { addresses.insert(address); });
     }
-    same("addresses of remote hosts", model_->remoteHosts(), hosts);
+    same("addresses of remote hosts", model_->present().remoteHosts, hosts);
 
     std::map<std::string, uint32_t> uses;
     std::map<Address, std::vector<Claim>> claims;
@@ -312,7 +314,7 @@ void Leaf::checkRemote() {
         });
         must(claims.contains(address), "nobody claims " + address.text());
     }
-    same("remote addresses", sorted(model_->remoteClaims()), sorted(claims));
+    same("remote addresses", sorted(model_->present().claims), sorted(claims));
     checkVrfUsers(status, uses);
 }
 

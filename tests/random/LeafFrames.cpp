@@ -112,7 +112,8 @@ std::vector<uint8_t> Leaf::ndFrame() {
     const auto target = v6();
     Vela::Ip6Hdr ip6;
     ip6.src = v6();
-    ip6.dst = IpGenAddr(solicits ? "ff02::1:ff00:" + std::to_string(target.bytes()[15]) : "ff02::2");
+    ip6.dst =
+        IpGenAddr(solicits ? "ff02::1:ff00:" + std::to_string(target.bytes()[15]) : "ff02::2");
     const bool probes = dice_.chance(10);
     if (probes) {
         ip6.src = IpGenAddr("::");

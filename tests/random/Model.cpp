@@ -23,51 +23,76 @@ Zinc::IntfId vlanIntf(VlanId vlanId) {
     return Zinc::IntfId("Vlan" + std::to_string(vlanId.value()));
 }
 
+namespace {
+
+Address addressIn(const std::string& vrf, VlanId vlanId, const Zinc::IpGenAddr& ip) {
+    return {vrf, ip, ip.isLinkLocal() ? vlanIntf(vlanId) : Zinc::IntfId()};
+}
+
+} // namespace
+
+Model::Model(Vela::SwitchState& state, Toggles toggles)
+    : state_(state), devices_(state.kernelNetInfoIs("default")), toggles_(toggles) {}
+
 // From what is published now
 
-std::set<VlanId> Model::vlansWithBindings() const {
-    std::set<VlanId> vlans;
-    const auto& bindings = state_.remoteBindingConfig->remoteBindingCollection();
-    for (auto binding = bindings.first(); binding; ++binding) {
-        if (!binding.value().macAddress.isZero()) {
-            vlans.insert(binding.key().vlanId());
-        }
-    }
-    return vlans;
-}
-
-std::set<VlanId> Model::enabled() const {
-    std::set<VlanId> vlans = vlansWithBindings();
+void Model::look() {
+    present_ = {};
     const auto& served = state_.evpnStatus->vlanToDot1qCollection();
     for (auto vlan = served.first(); vlan; ++vlan) {
-        vlans.insert(vlan.key());
+        present_.enabled.insert(vlan.key());
     }
-    return vlans;
-}
-
-/// Where bindings are known requests can be answered; elsewhere the VLAN must be routed.
-std::set<VlanId> Model::active() const {
-    std::set<VlanId> vlans = vlansWithBindings();
-    for (VlanId vlanId : enabled()) {
-        if (usable(vlanId)) {
-            vlans.insert(vlanId);
+    std::vector<ArpSuppression::RemoteBinding> bindings;
+    const auto& table = state_.remoteBindingConfig->remoteBindingCollection();
+    for (auto binding = table.first(); binding; ++binding) {
+        if (!binding.value().macAddress.isZero()) {
+            bindings.push_back(binding.value());
+            present_.vlansWithBindings.insert(binding.key().vlanId());
         }
     }
-    return vlans;
-}
-
-std::map<VlanId, std::string> Model::vlanVrfs() const {
-    std::map<VlanId, std::string> vrfs;
-    for (VlanId vlanId : enabled()) {
-        auto v4 = state_.ipStatus->ipIntfStatus(vlanIntf(vlanId));
-        auto v6 = state_.ip6Status->intf(vlanIntf(vlanId));
-        if (v4 && (!v6 || v6->vrfName() == v4->vrfName())) {
-            vrfs[vlanId] = v4->vrfName().bytes();
-        } else if (v6 && !v4) {
-            vrfs[vlanId] = v6->vrfName().bytes();
+    present_.enabled.insert(present_.vlansWithBindings.begin(), present_.vlansWithBindings.end());
+    // Where bindings are known requests can be answered; elsewhere the VLAN must be routed.
+    present_.active = present_.vlansWithBindings;
+    const auto devices = runningDevices();
+    for (VlanId vlanId : present_.enabled) {
+        const std::string vrf = routedVrf(vlanId);
+        if (vrf.empty()) {
+            continue;
+        }
+        present_.vlanVrfs[vlanId] = vrf;
+        if (vrfIsReady(vrf) && devices.contains("Vlan" + std::to_string(vlanId.value()))) {
+            present_.usable.insert(vlanId);
+            present_.active.insert(vlanId);
         }
     }
-    return vrfs;
+    for (const auto& [key, mac, vxlan, localMultihomed] : bindings) {
+        const Host host(key.vlanId(), mac);
+        present_.remoteHosts[host].insert(key.ipAddress());
+        if (auto vrf = present_.vlanVrfs.find(key.vlanId()); vrf != present_.vlanVrfs.end()) {
+            present_.claims[addressIn(vrf->second, key.vlanId(), key.ipAddress())].push_back(
+                {host, localMultihomed != 0});
+        }
+    }
+}
+
+/// The VRF that both families agree on, if one of them is routed; empty otherwise.
+std::string Model::routedVrf(VlanId vlanId) const {
+    auto v4 = state_.ipStatus->ipIntfStatus(vlanIntf(vlanId));
+    auto v6 = state_.ip6Status->intf(vlanIntf(vlanId));
+    if (v4 && v6 && v4->vrfName() != v6->vrfName()) {
+        return {};
+    }
+    return v4 ? v4->vrfName().bytes() : v6 ? v6->vrfName().bytes() : std::string();
+}
+
+std::set<std::string> Model::runningDevices() const {
+    std::set<std::string> names;
+    for (auto device = devices_->interfaceCollection().first(); device; ++device) {
+        if (device.value().running()) {
+            names.insert(device.value().deviceName());
+        }
+    }
+    return names;
 }
 
 Vrf::VrfId Model::vrfId(const std::string& vrf) const {
@@ -85,53 +110,9 @@ bool Model::vrfIsReady(const std::string& vrf) const {
            (vrf == "default" || (local && local->state() == Ip::VrfState::active));
 }
 
-bool Model::usable(VlanId vlanId) const {
-    auto vrfs = vlanVrfs();
-    auto found = vrfs.find(vlanId);
-    if (found == vrfs.end() || !vrfIsReady(found->second)) {
-        return false;
-    }
-    auto devices = const_cast<Vela::SwitchState&>(state_).kernelNetInfoIs("default");
-    for (auto device = devices->interfaceCollection().first(); device; ++device) {
-        if (device.value().deviceName() == vlanIntf(vlanId).toStrep()) {
-            return device.value().running();
-        }
-    }
-    return false;
-}
-
-std::map<Host, std::set<Zinc::IpGenAddr>> Model::remoteHosts() const {
-    std::map<Host, std::set<Zinc::IpGenAddr>> hosts;
-    const auto& bindings = state_.remoteBindingConfig->remoteBindingCollection();
-    for (auto binding = bindings.first(); binding; ++binding) {
-        if (!binding.value().macAddress.isZero()) {
-            hosts[{binding.key().vlanId(), binding.value().macAddress}].insert(
-                binding.key().ipAddress());
-        }
-    }
-    return hosts;
-}
-
-std::map<Address, std::vector<Claim>> Model::remoteClaims() const {
-    std::map<Address, std::vector<Claim>> claims;
-    auto vrfs = vlanVrfs();
-    const auto& bindings = state_.remoteBindingConfig->remoteBindingCollection();
-    for (auto binding = bindings.first(); binding; ++binding) {
-        const auto& [key, mac, vxlan, localMultihomed] = binding.value();
-        auto vrf = vrfs.find(key.vlanId());
-        if (!mac.isZero() && vrf != vrfs.end()) {
-            Address address{vrf->second, key.ipAddress(),
-                            key.ipAddress().isLinkLocal() ? vlanIntf(key.vlanId())
-                                                          : Zinc::IntfId()};
-            claims[address].push_back({{key.vlanId(), mac}, localMultihomed != 0});
-        }
-    }
-    return claims;
-}
-
 void Model::pastIs(Past past) {
     past_ = std::move(past);
-    vlanVrfs_ = vlanVrfs();
+    vlanVrfs_ = present_.vlanVrfs;
     known_.clear();
     const auto& bindings = state_.remoteBindingConfig->remoteBindingCollection();
     for (auto binding = bindings.first(); binding; ++binding) {
@@ -151,7 +132,7 @@ void Model::pastIs(Past past) {
 // Where things are
 
 Address Model::addressOf(VlanId vlanId, const Zinc::IpGenAddr& ip) const {
-    return {vlanVrfs_.at(vlanId), ip, ip.isLinkLocal() ? vlanIntf(vlanId) : Zinc::IntfId()};
+    return addressIn(vlanVrfs_.at(vlanId), vlanId, ip);
 }
 
 bool Model::vlanIsIn(VlanId vlanId, const std::string& vrf) const {
@@ -218,8 +199,8 @@ void Model::remoteBindingChanged(const RemoteBindingKey& key) {
         return;
     }
     const Address address = addressOf(key.vlanId(), key.ipAddress());
-    if (present && claim(address, {{key.vlanId(), binding.macAddress},
-                                   binding.localMultihomed != 0})) {
+    if (present &&
+        claim(address, {{key.vlanId(), binding.macAddress}, binding.localMultihomed != 0})) {
         remoteNotified(address);
     }
     if (wasKnown && oldMac != binding.macAddress) {
@@ -240,7 +221,7 @@ void Model::remoteNotified(const Address& address) {
 /// A VLAN that comes to a VRF, leaves it or moves takes its remote bindings along. When a VRF is
 /// used no more every entry is looked at again.
 void Model::vlansChanged() {
-    const auto old = std::exchange(vlanVrfs_, vlanVrfs());
+    const auto old = std::exchange(vlanVrfs_, present_.vlanVrfs);
     for (const auto& [key, binding] : known_) {
         const Host host(key.vlanId(), binding.macAddress);
         auto was = old.find(key.vlanId());
@@ -254,9 +235,7 @@ void Model::vlansChanged() {
             remoteNotified(address);
         }
         if (was != old.end()) {
-            const Address address{was->second, key.ipAddress(),
-                                  key.ipAddress().isLinkLocal() ? vlanIntf(key.vlanId())
-                                                                : Zinc::IntfId()};
+            const Address address = addressIn(was->second, key.vlanId(), key.ipAddress());
             disclaim(address, host);
             remoteNotified(address);
         }
@@ -281,7 +260,7 @@ void Model::vlansChanged() {
 void Model::learn(VlanId vlanId, const Zinc::IpGenAddr& ip, const Zinc::EthAddr& mac) {
     if (mac.isZero() || mac.isMulticast() || ip.isUnset() || ip.isUnspecified() ||
         ip.isMulticast() || mac == state_.bridgingConfig->bridgeMacAddr() ||
-        mac == state_.fhrpVrMacStatus->varpVirtualMac() || !usable(vlanId)) {
+        mac == state_.fhrpVrMacStatus->varpVirtualMac() || !present_.usable.contains(vlanId)) {
         return;
     }
     const Address address = addressOf(vlanId, ip);
@@ -305,8 +284,8 @@ void Model::forget(const Address& address) {
 void Model::trapped(const ArpSuppression::TrappedMessage& message) {
     const VlanId vlanId = message.vlanId();
     const Zinc::IpGenAddr& ip = message.senderIpAddress();
-    const bool onSegment = message.srcIntfId() && state_.evpnStatus->segmentStatus(
-                                                      message.srcIntfId());
+    const bool onSegment =
+        message.srcIntfId() && state_.evpnStatus->segmentStatus(message.srcIntfId());
     if (toggles_.localMultihomeSelectiveArpInstall && onSegment && vlanVrfs_.contains(vlanId) &&
         isLocalMultihomed(addressOf(vlanId, ip), message.senderMacAddress())) {
         return;
@@ -328,7 +307,7 @@ void Model::fdbChanged(const Bridging::HostKey& key) {
         }
         return;
     }
-    const auto hosts = remoteHosts();
+    const auto& hosts = present_.remoteHosts;
     const auto found = hosts.find(host);
     if (found == hosts.end() || !vlanVrfs_.contains(host.vlanId())) {
         return;
@@ -362,8 +341,9 @@ void Model::kernelChanged(const Arp::Table::ArpKey& key) {
     if (local == past_.local.end()) {
         return;
     }
-    const auto& table = key.addr().af() == Zinc::ipv4() ? state_.arpStatus->arpEntryCollection()
-                                                        : state_.arpStatus->neighborEntryCollection();
+    const auto& table = key.addr().af() == Zinc::ipv4()
+                            ? state_.arpStatus->arpEntryCollection()
+                            : state_.arpStatus->neighborEntryCollection();
     const auto entry = table.find(key);
     if (entry && !entry->isStatic) {
         local->second.kernelHasIt = true;
@@ -397,8 +377,9 @@ bool Model::writeLocal(const Address& address) {
     if (local == past_.local.end() || !vlanIsIn(local->second.host.vlanId(), address.vrf)) {
         return false;
     }
-    const auto& table = address.ip.af() == Zinc::ipv4() ? state_.arpStatus->arpEntryCollection()
-                                                        : state_.arpStatus->neighborEntryCollection();
+    const auto& table = address.ip.af() == Zinc::ipv4()
+                            ? state_.arpStatus->arpEntryCollection()
+                            : state_.arpStatus->neighborEntryCollection();
     const auto kernel =
         table.find({vrfId(address.vrf), vlanIntf(local->second.host.vlanId()), address.ip});
     if (!kernel) {
@@ -444,9 +425,9 @@ bool Model::writeRemote(const Address& address, bool suppressionEvent, const Hos
 }
 
 void Model::write(const Address& address, const Host& host, ArpTypeId type, QuickRefresh refresh) {
-    past_.entries[address] = {
-        address.ip.af() == Zinc::ipv4() ? vlanIntf(host.vlanId()) : address.intf, host.macAddress(),
-        type, refresh};
+    past_.entries[address] = {address.ip.af() == Zinc::ipv4() ? vlanIntf(host.vlanId())
+                                                              : address.intf,
+                              host.macAddress(), type, refresh};
 }
 
 /// As it was remembered, or as the entry has it. The entry of a global IPv6 address names no VLAN:

@@ -59,20 +59,21 @@ struct Toggles {
 /// happened, one thing at a time. Knows neither walks nor slices.
 class Model {
   public:
-    Model(const Vela::SwitchState& state, Toggles toggles) : state_(state), toggles_(toggles) {}
+    Model(Vela::SwitchState& state, Toggles toggles);
 
-    // From what is published now.
-
-    bool runs() const { return state_.evpnStatus->mplsConfigured(); }
-    std::set<Bridging::VlanId> vlansWithBindings() const;
-    std::set<Bridging::VlanId> enabled() const;
-    std::set<Bridging::VlanId> active() const;
-    /// The VRF of each VLAN that has L3 information.
-    std::map<Bridging::VlanId, std::string> vlanVrfs() const;
-    bool usable(Bridging::VlanId vlanId) const;
-    /// The hosts that remote bindings name, and who claims each address, in any order.
-    std::map<Host, std::set<Zinc::IpGenAddr>> remoteHosts() const;
-    std::map<Address, std::vector<Claim>> remoteClaims() const;
+    /// What follows from what is published at the moment.
+    struct Present {
+        std::set<Bridging::VlanId> vlansWithBindings;
+        std::set<Bridging::VlanId> enabled;
+        std::set<Bridging::VlanId> active;
+        std::set<Bridging::VlanId> usable;
+        std::map<Bridging::VlanId, std::string> vlanVrfs; ///< of those with L3 information
+        std::map<Host, std::set<Zinc::IpGenAddr>> remoteHosts;
+        std::map<Address, std::vector<Claim>> claims; ///< in no order
+    };
+    const Present& present() const { return present_; }
+    /// Before anything that follows.
+    void look();
 
     // From what happened. Each is told when the switch has published the change, before the next
     // one.
@@ -96,6 +97,8 @@ class Model {
     void pastIs(Past past);
 
   private:
+    std::string routedVrf(Bridging::VlanId vlanId) const;
+    std::set<std::string> runningDevices() const;
     bool vrfIsReady(const std::string& vrf) const;
     Vrf::VrfId vrfId(const std::string& vrf) const;
     Address addressOf(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ip) const;
@@ -117,7 +120,9 @@ class Model {
                Arp::QuickRefresh refresh);
 
     const Vela::SwitchState& state_;
+    const Vela::Ptr<const KernelNetInfo::Status> devices_;
     const Toggles toggles_;
+    Present present_;
     std::map<Bridging::VlanId, std::string> vlanVrfs_; // as the machines know it
     std::map<ArpSuppression::RemoteBindingKey, ArpSuppression::RemoteBinding> known_;
     std::set<std::string> vrfsInUse_;
