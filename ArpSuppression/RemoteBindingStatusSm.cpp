@@ -65,6 +65,7 @@ void RemoteBindingStatusSm::handleVlanL3Info(Bridging::VlanId vlanId) {
           "vlanId=" << vlanId << " count=" << count << " initialPopulationComplete="
                     << remoteBindingStatus_->initialPopulationComplete());
     if (count != 0) {
+        vlansChanged_ = true;
         scheduleWalk();
     }
 }
@@ -72,6 +73,7 @@ void RemoteBindingStatusSm::handleVlanL3Info(Bridging::VlanId vlanId) {
 // Walks
 
 bool RemoteBindingStatusSm::walkStartedNotification() {
+    vlansChanged_ = false;
     walkStage_ = WalkStage::remoteBindingConfigWalk;
     remoteBindingConfigBookmark_ = {};
     remoteBindingStatusBookmark_ = {};
@@ -107,7 +109,11 @@ Vela::WalkRet RemoteBindingStatusSm::remoteBindingConfigWalk() {
     bool done = !remoteBindingConfigBookmark_;
     TRACE(trace, 8, this, "finished processed=" << count << " done=" << done);
     if (done) {
-        remoteBindingStatus_->initialPopulationCompleteIs(true);
+        // A binding may have brought its VLAN to L3 information, and is not filed by address yet:
+        // who takes that for complete would withdraw what it supports.
+        if (!vlansChanged_) {
+            remoteBindingStatus_->initialPopulationCompleteIs(true);
+        }
         walkStage_ = WalkStage::remoteBindingStatusWalk;
     }
     return {1, count};

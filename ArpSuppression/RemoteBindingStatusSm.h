@@ -125,6 +125,7 @@ class RemoteBindingStatusSm final : public Vela::WalkSmBase {
     KnownBindingTable knownBinding_;
     VlanBindingCountCollection vlanBindingCount_;
     bool configReady_ = false;
+    bool vlansChanged_ = false; // since the walk began: it starts over
     Vela::Reaction readyReaction_;
     Vela::Reaction remoteBindingReaction_;
     Vela::Reaction vlanL3InfoReaction_;

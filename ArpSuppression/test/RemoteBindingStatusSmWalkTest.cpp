@@ -125,6 +125,21 @@ TEST_F(RemoteBindingStatusSmWalkTest, thePopulationIsCompleteAfterTheFirstConfig
     EXPECT_EQ(told, 1u);
 }
 
+/// A VLAN may come to L3 information because of its first binding: that binding is filed by the
+/// walk that starts over.
+TEST_F(RemoteBindingStatusSmWalkTest, thePopulationIsNotCompleteWithoutABindingThatIsToBeFiled) {
+    bindingIs("10.0.0.1", macA, 30);
+    configReadyIs();
+    auto vlan = status->vlanIdCollection().react(nullptr, [this](VlanId) { vlanIs(30); });
+    std::vector<bool> filedThen;
+    auto complete = status->initialPopulationCompleteAttribute().react(
+        nullptr, [&] { filedThen.push_back(ipToMac("10.0.0.1", 30) != nullptr); });
+    machineIs(walks);
+    walkToTheEnd();
+    EXPECT_EQ(filedThen, std::vector<bool>{true});
+    expectMirrored();
+}
+
 TEST_F(RemoteBindingStatusSmWalkTest, anEmptyConfigurationIsComplete) {
     configReadyIs();
     machineIs(walks);
