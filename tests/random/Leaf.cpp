@@ -470,6 +470,7 @@ void Leaf::suppression() {
 void Leaf::death() {
     say_("the agent dies and starts again");
     const Model::Past past = seen();
+    const bool settled = changes_ == 0;
     const auto image = statusImage_;
     unwatch();
     agent_->destroy();
@@ -479,17 +480,44 @@ void Leaf::death() {
             state_->arpSuppressionStatus->vlanIdIs(VlanId(number), image[number] == 2);
         }
     }
+    left_.clear();
     for (const auto& [address, entry] : past.entries) {
         if (entry.type == Arp::ArpType::ArpTypeId::permanent) {
             state_->arpInputConfig->vrfIs(address.vrf)
                 ->afEntryPermanentIs({address.ip, entry.intf}, entry.mac,
                                      Arp::ArpSource::arpSuppression);
+            if (settled) {
+                left_[address] = entry;
+            }
         }
     }
     ++changes_;
     restarted_ = true;
     wasSelective_ = state_->l2VpnConfig->selectiveArpInstall();
+    const auto watches = watchLeft();
     agentIs();
+    left_.clear();
+}
+
+/// Takes out of what was left by the agent's predecessor what is removed, be it for a moment.
+std::vector<Vela::Reaction> Leaf::watchLeft() {
+    std::vector<Vela::Reaction> reactions;
+    const auto& vrfs = state_->arpInputConfig->vrfCollection();
+    for (auto cursor = vrfs.first(); cursor; ++cursor) {
+        auto* vrf = cursor.value().get();
+        for (const auto* entries : {&vrf->ipv4EntryCollection(), &vrf->ipv6EntryCollection()}) {
+            reactions.push_back(
+                entries->react(nullptr, [this, vrf, entries](const Arp::InputConfigKey& key) {
+                    if (!entries->has(key)) {
+                        const bool v4 = key.ipAddress().af() == Zinc::ipv4();
+                        removed_.insert({vrf->vrfName().bytes(), key.ipAddress(),
+                                         v4 ? IntfId() : key.intfId()});
+                    }
+                }));
+        }
+    }
+    removed_.clear();
+    return reactions;
 }
 
 } // namespace Random

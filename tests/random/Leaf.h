@@ -94,6 +94,7 @@ class Leaf {
     void time();
     void suppression();
     void death();
+    std::vector<Vela::Reaction> watchLeft();
 
     std::vector<uint8_t> arpFrame();
     std::vector<uint8_t> ndFrame();
@@ -116,6 +117,7 @@ class Leaf {
     void checkLocal();
     void checkEntries(const Model::Past& past);
     void checkPast(const Model::Past& past);
+    void checkLeft(const Model::Past& past);
     void checkStopped();
 
     Dice dice_;
@@ -146,6 +148,11 @@ class Leaf {
     Vela::Reaction trappedV4_;
     Vela::Reaction trappedV6_;
     Vela::Reaction asked_;
+
+    // The permanent entries that an agent which died has left, and which of them were removed
+    // since.
+    std::map<Address, Entry> left_;
+    std::set<Address> removed_;
 
     bool wasSelective_ = false; // in this run of suppression
     uint64_t entriesBefore_ = 0;

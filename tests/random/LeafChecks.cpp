@@ -169,6 +169,7 @@ void Leaf::checkRunning(bool exact) {
         same("neighbour entries", model_->past().entries, past.entries);
     }
     checkPast(past);
+    checkLeft(past);
     checkEntries(past);
     for (const auto& [address, entry] : past.entries) {
         digest_ = digest_ * 31 + std::hash<std::string>()(address.text() + entry.text());
@@ -373,6 +374,25 @@ void Leaf::checkPast(const Model::Past& past) {
                      entry.intf == vlanIntf(local->second.host.vlanId()),
                  text + " is on another interface");
         }
+    }
+}
+
+/// An entry that the predecessor has left stays, and was never removed, while the first remote
+/// binding of its address is the one that it was made for.
+void Leaf::checkLeft(const Model::Past& past) {
+    for (const auto& [address, entry] : left_) {
+        auto claims = past.claims.find(address);
+        if (claims == past.claims.end()) {
+            continue;
+        }
+        const Host& first = claims->second.front().host;
+        const bool same =
+            first.macAddress() == entry.mac &&
+            (address.ip.af() != Zinc::ipv4() || vlanIntf(first.vlanId()) == entry.intf);
+        const std::string text = address.text() + ": " + entry.text();
+        must(!same || past.entries.contains(address), text + " is supported and was removed");
+        must(!same || claims->second.size() > 1 || !removed_.contains(address),
+             text + " is supported and was absent for a while");
     }
 }
 
