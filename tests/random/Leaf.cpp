@@ -107,20 +107,11 @@ void Leaf::watch() {
     };
     trappedV4_ = follow(root().receivedRequestTrapV4());
     trappedV6_ = follow(root().receivedRequestTrapV6());
-    auto* trigger = root().arpInputConfigTrigger().get();
-    asked_ = trigger->triggerAttribute().react(nullptr, [this, trigger] {
-        if (trigger->suppressionEvent()) {
-            const auto& key = trigger->vrfIpAddress();
-            Address address{key.vrfInfo()->vrfName(), key.ipAddress(), key.intfId()};
-            heard_.push_back([this, address] { model_->asked(address); });
-        }
-    });
 }
 
 void Leaf::unwatch() {
     trappedV4_ = {};
     trappedV6_ = {};
-    asked_ = {};
 }
 
 // What happens

@@ -117,6 +117,7 @@ class Leaf {
     void checkLocal();
     void checkEntries(const Model::Past& past);
     void checkPast(const Model::Past& past);
+    Model::Counters countersMoved();
     void checkLeft(const Model::Past& past);
     void checkStopped();
 
@@ -147,7 +148,6 @@ class Leaf {
     std::vector<std::function<void()>> heard_; // what frames led to, in order
     Vela::Reaction trappedV4_;
     Vela::Reaction trappedV6_;
-    Vela::Reaction asked_;
 
     // The permanent entries that an agent which died has left, and which of them were removed
     // since.
@@ -156,6 +156,8 @@ class Leaf {
 
     bool wasSelective_ = false; // in this run of suppression
     uint64_t entriesBefore_ = 0;
+    Model::Counters counters_;
+    size_t replies_ = 0; // sent since the last check
     uint64_t settled_ = 0;
     uint64_t followed_ = 0;
     uint64_t digest_ = 0;

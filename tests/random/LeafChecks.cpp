@@ -33,6 +33,12 @@ std::string textOf(Zinc::IntfId v) {
 std::string textOf(uint32_t v) {
     return std::to_string(v);
 }
+std::string textOf(uint64_t v) {
+    return std::to_string(v);
+}
+std::string textOf(Id v) {
+    return toStrep(v);
+}
 std::string textOf(const Host& v) {
     return v.toStrep();
 }
@@ -121,7 +127,9 @@ void Leaf::settle() {
         must(turns < 100'000, "the agent does not come to rest");
     }
     ++settled_;
-    for (const Testing::Frame& frame : ports_.sent(100)) {
+    const auto replies = ports_.sent(100);
+    replies_ = replies.size();
+    for (const Testing::Frame& frame : replies) {
         must(physical_ ||
                  (frame.size() == 46 && frame[12] == 0x81 && frame[16] == 8 && frame[25] == 2),
              "what was sent to the fabric is no reply");
@@ -133,7 +141,7 @@ void Leaf::settle() {
     must(runs == state_->arpSuppressionStatus->runnable(), "runnable");
     if (runs) {
         checkRunning(!restarted_ && (changes_ == 0 || (changes_ == 1 && frames_ == 0)));
-        if (!asked_) {
+        if (!trappedV4_) {
             watch();
         }
     } else {
@@ -161,11 +169,14 @@ void Leaf::checkRunning(bool exact) {
     checkRemote();
     checkLocal();
     Model::Past past = seen();
+    const Model::Counters counted = countersMoved();
     if (exact) {
         followPast();
         ++followed_;
         same("who claims remote addresses", model_->past().claims, past.claims);
         same("local bindings", model_->past().local, past.local);
+        same("what was counted", model_->counted(), counted);
+        must(physical_ || model_->replies() == replies_, std::to_string(replies_) + " replies");
         same("neighbour entries", model_->past().entries, past.entries);
     }
     checkPast(past);
@@ -181,6 +192,21 @@ void Leaf::checkRunning(bool exact) {
     if (!exact) {
         model_->pastIs(std::move(past));
     }
+}
+
+/// Of what the model counts, since the last check.
+Model::Counters Leaf::countersMoved() {
+    Model::Counters moved;
+    const auto& status = *agent_->mounts()->arpSuppressionCounterStatus();
+    for (auto number = static_cast<uint32_t>(Id::answeredFromRemoteBinding);
+         number <= static_cast<uint32_t>(Id::bindingDeleted); ++number) {
+        const uint64_t count = status.count(Id(number));
+        const uint64_t before = std::exchange(counters_[Id(number)], count);
+        if (count != before) {
+            moved[Id(number)] = count - before;
+        }
+    }
+    return moved;
 }
 
 /// One thing happened, or frames alone came in.

@@ -7,8 +7,10 @@ namespace Random {
 
 using Arp::QuickRefresh;
 using Arp::ArpType::ArpTypeId;
+using ArpSuppression::MessageType;
 using ArpSuppression::RemoteBindingKey;
 using Bridging::VlanId;
+using Id = ArpSuppression::ArpSuppressionCounterId;
 
 std::string Address::text() const {
     return vrf + " " + ip.toStrep() + (intf ? " " + intf.toStrep() : "");
@@ -54,6 +56,7 @@ void Model::look() {
     // Where bindings are known requests can be answered; elsewhere the VLAN must be routed.
     present_.active = present_.vlansWithBindings;
     const auto devices = runningDevices();
+    present_.fabricUsable = vrfIsReady("default") && devices.contains("fabric");
     for (VlanId vlanId : present_.enabled) {
         const std::string vrf = routedVrf(vlanId);
         if (vrf.empty()) {
@@ -215,6 +218,7 @@ void Model::remoteNotified(const Address& address) {
     update(address, false, present ? Host() : departedHost(address));
     if (present && past_.local.contains(address)) {
         forget(address);
+        count(Id::bindingDeleted);
     }
 }
 
@@ -258,20 +262,32 @@ void Model::vlansChanged() {
 // Local bindings
 
 void Model::learn(VlanId vlanId, const Zinc::IpGenAddr& ip, const Zinc::EthAddr& mac) {
-    if (mac.isZero() || mac.isMulticast() || ip.isUnset() || ip.isUnspecified() ||
-        ip.isMulticast() || mac == state_.bridgingConfig->bridgeMacAddr() ||
-        mac == state_.fhrpVrMacStatus->varpVirtualMac() || !present_.usable.contains(vlanId)) {
-        return;
+    if (mac.isZero() || mac.isMulticast()) {
+        return count(Id::bindingBadMac);
+    }
+    if (ip.isUnset() || ip.isUnspecified() || ip.isMulticast()) {
+        return count(Id::bindingBadIp);
+    }
+    if (mac == state_.bridgingConfig->bridgeMacAddr()) {
+        return count(Id::bindingBridgeMac);
+    }
+    if (mac == state_.fhrpVrMacStatus->varpVirtualMac()) {
+        return count(Id::bindingVarpMac);
+    }
+    if (!present_.usable.contains(vlanId)) {
+        return count(Id::bindingNoVlanL3Info);
     }
     const Address address = addressOf(vlanId, ip);
     const Host host(vlanId, mac);
     auto found = past_.local.find(address);
-    if (found != past_.local.end() && found->second.host != host) {
-        forget(address);
-        found = past_.local.end();
-    }
-    if (found == past_.local.end()) {
+    if (found != past_.local.end() && found->second.host == host) {
+        count(Id::bindingRefreshed);
+    } else {
+        if (found != past_.local.end()) {
+            forget(address);
+        }
         past_.local[address] = {host, false};
+        count(Id::bindingCreated);
     }
     update(address, false);
 }
@@ -282,13 +298,16 @@ void Model::forget(const Address& address) {
 }
 
 void Model::trapped(const ArpSuppression::TrappedMessage& message) {
+    if (message.type() == MessageType::request || message.type() == MessageType::reply) {
+        decide(message);
+    }
     const VlanId vlanId = message.vlanId();
     const Zinc::IpGenAddr& ip = message.senderIpAddress();
     const bool onSegment =
         message.srcIntfId() && state_.evpnStatus->segmentStatus(message.srcIntfId());
     if (toggles_.localMultihomeSelectiveArpInstall && onSegment && vlanVrfs_.contains(vlanId) &&
         isLocalMultihomed(addressOf(vlanId, ip), message.senderMacAddress())) {
-        return;
+        return count(Id::bindingLocalMultihomedHost);
     }
     learn(vlanId, ip, message.senderMacAddress());
 }
@@ -303,24 +322,29 @@ void Model::fdbChanged(const Bridging::HostKey& key) {
         for (const auto& [address, local] : std::map(past_.local)) {
             if (local.host == host) {
                 forget(address);
+                count(Id::bindingDeleted);
             }
         }
         return;
     }
     const auto& hosts = present_.remoteHosts;
     const auto found = hosts.find(host);
-    if (found == hosts.end() || !vlanVrfs_.contains(host.vlanId())) {
+    if (found == hosts.end()) {
         return;
     }
+    const bool routed = vlanVrfs_.contains(host.vlanId());
     for (const Zinc::IpGenAddr& ip : found->second) {
-        if (state_.evpnStatus->segmentStatus(fdb.intf) &&
+        if (routed && state_.evpnStatus->segmentStatus(fdb.intf) &&
             isLocalMultihomed(addressOf(host.vlanId(), ip), host.macAddress())) {
-            return;
+            return count(Id::bindingLocalMultihomedMac);
         }
     }
+    count(Id::bindingsFromLocalMac);
     for (const Zinc::IpGenAddr& ip : found->second) {
-        auto claims = past_.claims.find(addressOf(host.vlanId(), ip));
-        if (claims == past_.claims.end() || claims->second.size() == 1) {
+        auto claims = routed ? past_.claims.find(addressOf(host.vlanId(), ip)) : past_.claims.end();
+        if (claims != past_.claims.end() && claims->second.size() > 1) {
+            count(Id::bindingSeveralMacs);
+        } else {
             learn(host.vlanId(), ip, host.macAddress());
         }
     }
@@ -341,10 +365,7 @@ void Model::kernelChanged(const Arp::Table::ArpKey& key) {
     if (local == past_.local.end()) {
         return;
     }
-    const auto& table = key.addr().af() == Zinc::ipv4()
-                            ? state_.arpStatus->arpEntryCollection()
-                            : state_.arpStatus->neighborEntryCollection();
-    const auto entry = table.find(key);
+    const auto entry = kernelEntry(key);
     if (entry && !entry->isStatic) {
         local->second.kernelHasIt = true;
         past_.entries.erase(address);
@@ -354,6 +375,119 @@ void Model::kernelChanged(const Arp::Table::ArpKey& key) {
         update(address, false);
     } else if (entry->source != Arp::ArpSource::arpSuppression) {
         past_.entries.erase(address);
+    }
+}
+
+std::optional<Arp::Table::ArpEntry> Model::kernelEntry(const Arp::Table::ArpKey& key) const {
+    return key.addr().af() == Zinc::ipv4() ? state_.arpStatus->arpEntryCollection().find(key)
+                                           : state_.arpStatus->neighborEntryCollection().find(key);
+}
+
+// Requests
+
+/// Who has the address, as the kernel and EVPN say, and where that host is, as the MAC table says.
+void Model::decide(const ArpSuppression::TrappedMessage& message) {
+    const VlanId vlanId = message.vlanId();
+    const Zinc::IpGenAddr& target = message.targetIpAddress();
+    const auto remote = state_.remoteBindingConfig->remoteBinding({vlanId, target});
+    Zinc::EthAddr localMac;
+    if (auto vrf = vlanVrfs_.find(vlanId); vrf != vlanVrfs_.end()) {
+        auto entry = kernelEntry({vrfId(vrf->second), vlanIntf(vlanId), target});
+        localMac = entry && !entry->isStatic ? entry->macAddress : Zinc::EthAddr();
+    }
+    if (localMac.isZero() && remote.vxlan == 1) {
+        return; // its end point answers by itself
+    }
+    if (isMine(vlanId, target)) {
+        return count(Id::targetIsMine);
+    }
+    const bool probe = message.senderIpAddress().isUnspecified();
+    if (probe || message.senderIpAddress() == target) {
+        return count(Id::sentToRemoteTeps);
+    }
+    const bool ours = isOfTheSwitch(message.senderMacAddress());
+    const Zinc::EthAddr mac = localMac.isZero() ? remote.macAddress : localMac;
+    const auto fdb =
+        state_.bridgingStatus->quarryFdbStatus({state_.bridgingConfig->fid(vlanId), mac});
+    if (!Bridging::isEntryTypeLocal(fdb.entryType) || Bridging::isEntryTypeEvpn(fdb.entryType)) {
+        if (remote == ArpSuppression::RemoteBinding()) {
+            return count(Id::sentToRemoteTeps);
+        }
+        count(Id::answeredFromRemoteBinding);
+        return answer(message, mac, fdb.intf);
+    }
+    const auto segment = state_.evpnStatus->segmentStatus(fdb.intf);
+    if (!segment) {
+        return count(Id::localTargetNotAnswered);
+    }
+    if (segment->dfTep(vlanId)) {
+        if (!ours || remote.macAddress.isZero()) {
+            return count(Id::localTargetNotAnswered);
+        }
+        count(Id::answeredForDesignatedForwarder);
+        return answer(message, remote.macAddress, fdb.intf);
+    }
+    const bool askedByUs = ours && !localMac.isZero();
+    if (askedByUs && remote.macAddress.isZero()) {
+        return count(Id::sentToRemoteTeps);
+    }
+    count(Id::answeredForNonDesignatedForwarder);
+    answer(message, askedByUs ? remote.macAddress : mac, fdb.intf);
+}
+
+bool Model::isMine(VlanId vlanId, const Zinc::IpGenAddr& ip) const {
+    if (!vlanVrfs_.contains(vlanId)) {
+        return false;
+    }
+    if (auto v4 = state_.ipStatus->ipIntfStatus(vlanIntf(vlanId))) {
+        if (v4->activeAddrWithMask().address() == ip) {
+            return true;
+        }
+        const auto& secondary = v4->activeSecondaryWithMaskCollection();
+        for (auto address = secondary.first(); address; ++address) {
+            if (address.key().address() == ip) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool Model::isOfTheSwitch(const Zinc::EthAddr& mac) const {
+    return mac == state_.bridgingConfig->bridgeMacAddr() ||
+           mac == state_.fhrpVrMacStatus->varpVirtualMac();
+}
+
+void Model::answer(const ArpSuppression::TrappedMessage& message, const Zinc::EthAddr& mac,
+                   Zinc::IntfId intf) {
+    if (isOfTheSwitch(message.senderMacAddress())) {
+        ask(message.vlanId(), message.targetIpAddress(), mac);
+    } else if (!message.srcIntfId()) {
+        count(Id::unknownSourcePort);
+    } else if (message.srcIntfId() == intf) {
+        count(Id::sourceAndTargetOnSamePort);
+    } else if (!present_.fabricUsable) {
+        count(Id::replyFabricNotUsable);
+    } else {
+        ++replies_;
+    }
+}
+
+/// The switch itself wants to know who has the address.
+void Model::ask(VlanId vlanId, const Zinc::IpGenAddr& ip, const Zinc::EthAddr& mac) {
+    if (mac.isZero() || mac.isMulticast()) {
+        count(Id::staticBindingBadMac);
+    } else if (ip.isUnset() || ip.isUnspecified() || ip.isMulticast()) {
+        count(Id::staticBindingBadIp);
+    } else if (mac == state_.bridgingConfig->bridgeMacAddr()) {
+        count(Id::staticBindingBridgeMac);
+    } else if (mac == state_.fhrpVrMacStatus->varpVirtualMac()) {
+        count(Id::staticBindingVarpMac);
+    } else if (!present_.usable.contains(vlanId)) {
+        count(Id::staticBindingNoVlanL3Info);
+    } else {
+        count(Id::staticBindingTriggered);
+        update(addressOf(vlanId, ip), true);
     }
 }
 
@@ -377,11 +511,8 @@ bool Model::writeLocal(const Address& address) {
     if (local == past_.local.end() || !vlanIsIn(local->second.host.vlanId(), address.vrf)) {
         return false;
     }
-    const auto& table = address.ip.af() == Zinc::ipv4()
-                            ? state_.arpStatus->arpEntryCollection()
-                            : state_.arpStatus->neighborEntryCollection();
     const auto kernel =
-        table.find({vrfId(address.vrf), vlanIntf(local->second.host.vlanId()), address.ip});
+        kernelEntry({vrfId(address.vrf), vlanIntf(local->second.host.vlanId()), address.ip});
     if (!kernel) {
         return false;
     }

@@ -3,11 +3,15 @@
 #include "ArpSuppression/ArpSuppression.h"
 #include "ArpSuppression/TrappedMessage.h"
 #include "Platform/Agent/SwitchState.h"
+#include "Platform/Model/ArpSuppression/ArpSuppressionCounterStatus.h"
 
 #include <compare>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Random {
@@ -67,6 +71,7 @@ class Model {
         std::set<Bridging::VlanId> enabled;
         std::set<Bridging::VlanId> active;
         std::set<Bridging::VlanId> usable;
+        bool fabricUsable = false;
         std::map<Bridging::VlanId, std::string> vlanVrfs; ///< of those with L3 information
         std::map<Host, std::set<Zinc::IpGenAddr>> remoteHosts;
         std::map<Address, std::vector<Claim>> claims; ///< in no order
@@ -82,10 +87,14 @@ class Model {
     void fdbChanged(const Bridging::HostKey& key);
     void kernelChanged(const Arp::Table::ArpKey& key);
     void trapped(const ArpSuppression::TrappedMessage& message);
-    /// The switch itself wants to know who has the address.
-    void asked(const Address& address) { update(address, true); }
     /// After each of them, and after a change of anything else.
     void vlansChanged();
+
+    /// What should have been counted of decisions about requests and of discovery, and how many
+    /// replies sent, since this was asked last.
+    using Counters = std::map<ArpSuppression::ArpSuppressionCounterId, uint64_t>;
+    Counters counted() { return std::exchange(counted_, {}); }
+    uint32_t replies() { return std::exchange(replies_, 0); }
 
     /// What is taken for the past where it was not followed.
     struct Past {
@@ -109,6 +118,15 @@ class Model {
     bool claim(const Address& address, const Claim& claim);
     void disclaim(const Address& address, const Host& host);
     void remoteNotified(const Address& address);
+    void decide(const ArpSuppression::TrappedMessage& message);
+    bool isMine(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ip) const;
+    bool isOfTheSwitch(const Zinc::EthAddr& mac) const;
+    void answer(const ArpSuppression::TrappedMessage& message, const Zinc::EthAddr& mac,
+                Zinc::IntfId intf);
+    void ask(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ip, const Zinc::EthAddr& mac);
+    std::optional<Arp::Table::ArpEntry> kernelEntry(const Arp::Table::ArpKey& key) const;
+    void count(ArpSuppression::ArpSuppressionCounterId id) { ++counted_[id]; }
+
     void learn(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ip, const Zinc::EthAddr& mac);
     void forget(const Address& address);
 
@@ -127,6 +145,8 @@ class Model {
     std::map<ArpSuppression::RemoteBindingKey, ArpSuppression::RemoteBinding> known_;
     std::set<std::string> vrfsInUse_;
     Past past_;
+    Counters counted_;
+    uint32_t replies_ = 0;
     std::map<Address, Host> localMultihomed_; // as remembered for the time when they go
 };
 
