@@ -198,7 +198,8 @@ void Leaf::remoteBindingGoes() {
 }
 
 void Leaf::fdb() {
-    Bridging::QuarryFdbStatus entry{{Bridging::Fid(vlan().value()), mac()},
+    const uint32_t fid = dice_.chance(1) ? 4095 : vlan().value();
+    Bridging::QuarryFdbStatus entry{{Bridging::Fid(fid), mac()},
                                     IntfId(dice_.oneOf(intfs_)),
                                     static_cast<Bridging::EntryType>(1 + dice_.below(5))};
     say_("fdb " + entry.toStrep());
@@ -231,6 +232,10 @@ void Leaf::neighbor() {
     if (auto vrf = vrfs.find(vlanId); vrf != vrfs.end() && dice_.chance(80)) {
         entry.key = {Vrf::VrfId(vrfIds.at(vrf->second).front()), vlanIntf(vlanId),
                      entry.key.addr()};
+    }
+    if (dice_.chance(2)) {
+        const std::vector<std::string> others{"Ethernet1", "Vlan4095", "Vlan0", "Vlan"};
+        entry.key = {entry.key.vrfId(), IntfId(dice_.oneOf(others)), entry.key.addr()};
     }
     say_("neighbour " + entry.toStrep());
     const auto& table = entry.key.addr().af() == Zinc::ipv4()

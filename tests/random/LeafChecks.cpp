@@ -21,6 +21,9 @@ namespace {
 std::string textOf(const std::string& v) {
     return v;
 }
+std::string textOf(const char* v) {
+    return v;
+}
 std::string textOf(VlanId v) {
     return v.toStrep();
 }
@@ -52,7 +55,10 @@ std::string textOf(const Local& v) {
     return textOf(v.host) + (v.kernelHasIt ? " known to the kernel" : "");
 }
 std::string textOf(const Entry& v) {
-    return v.text();
+    return ": " + v.text();
+}
+std::string textOf(const ArpSuppression::LocalBinding& v) {
+    return v.toStrep();
 }
 template <class T>
 std::string listText(const T& list) {
@@ -101,9 +107,11 @@ void same(const char* what, const T& expected, const T& seen) {
     }
 }
 
-void must(bool holds, const std::string& what) {
+/// The parts say what is wrong.
+template <class... Parts>
+void must(bool holds, const Parts&... parts) {
     if (!holds) {
-        throw Difference(what);
+        throw Difference((textOf(parts) + ...));
     }
 }
 
@@ -111,13 +119,21 @@ Address addressOf(const VrfIpAddress& key) {
     return {key.vrfInfo() ? key.vrfInfo()->vrfName() : "none", key.ipAddress(), key.intfId()};
 }
 
-/// Claims in no order.
-std::map<Address, std::vector<Claim>> sorted(std::map<Address, std::vector<Claim>> claims) {
-    for (auto& [address, list] : claims) {
-        std::sort(list.begin(), list.end(),
-                  [](const Claim& a, const Claim& b) { return a.host < b.host; });
+uint64_t digestOf(const Model::Past& past, uint64_t slices, uint64_t before) {
+    Vela::IncrementalHash hash(before);
+    hash.mix(slices);
+    for (const auto& [address, entry] : past.entries) {
+        hash.mix(address.ip.hash(0));
+        hash.mix(entry.intf.hash(0));
+        hash.mixBytes(entry.mac.bytes());
+        hash.mix(static_cast<uint64_t>(entry.type) << 8 | static_cast<uint64_t>(entry.refresh));
     }
-    return claims;
+    for (const auto& [address, local] : past.local) {
+        hash.mix(address.ip.hash(0));
+        hash.mix(local.host.hash(0));
+        hash.mix(local.kernelHasIt);
+    }
+    return hash.result();
 }
 
 } // namespace
@@ -176,19 +192,14 @@ void Leaf::checkRunning(bool exact) {
         same("who claims remote addresses", model_->past().claims, past.claims);
         same("local bindings", model_->past().local, past.local);
         same("what was counted", model_->counted(), counted);
-        must(physical_ || model_->replies() == replies_, std::to_string(replies_) + " replies");
+        must(physical_ || model_->replies() == replies_, static_cast<uint32_t>(replies_),
+             " replies");
         same("neighbour entries", model_->past().entries, past.entries);
     }
     checkPast(past);
     checkLeft(past);
     checkEntries(past);
-    for (const auto& [address, entry] : past.entries) {
-        digest_ = digest_ * 31 + std::hash<std::string>()(address.text() + entry.text());
-    }
-    for (const auto& [address, local] : past.local) {
-        digest_ = digest_ * 31 + std::hash<std::string>()(address.text() + textOf(local));
-    }
-    digest_ = digest_ * 31 + scheduler_->slices();
+    digest_ = digestOf(past, scheduler_->slices(), digest_);
     if (!exact) {
         model_->pastIs(std::move(past));
     }
@@ -252,7 +263,7 @@ Model::Past Leaf::seen() const {
                 const bool v4 = entry.key().ipAddress().af() == Zinc::ipv4();
                 Address address{vrf.key().bytes(), entry.key().ipAddress(),
                                 v4 ? Zinc::IntfId() : entry.key().intfId()};
-                must(!past.entries.contains(address), "two entries for " + address.text());
+                must(!past.entries.contains(address), "two entries for ", address);
                 past.entries[address] = {entry.key().intfId(), entry.value().macAddress(),
                                          entry.value().type(), entry.value().quickRefresh()};
             }
@@ -274,7 +285,7 @@ void Leaf::checkVlans() {
     std::set<VlanId> active;
     const auto& status = state_->arpSuppressionStatus->vlanIdCollection();
     for (auto vlan = status.first(); vlan; ++vlan) {
-        must(vlan.value(), "VLAN " + vlan.key().toStrep() + " is published as not active");
+        must(vlan.value(), "VLAN ", vlan.key(), " is published as not active");
         active.insert(vlan.key());
     }
     same("active VLANs", model_->present().active, active);
@@ -284,8 +295,8 @@ void Leaf::checkVlans() {
     for (auto vlan = vlanL3Info.first(); vlan; ++vlan) {
         vrfs[vlan.key()] = vlan.value()->vrfInfo()->vrfName();
         const bool usable = vlan.value()->usable();
-        must(usable == model_->present().usable.contains(vlan.key()),
-             "VLAN " + vlan.key().toStrep() + (usable ? " is usable" : " is not usable"));
+        must(usable == model_->present().usable.contains(vlan.key()), "VLAN ", vlan.key(),
+             usable ? " is usable" : " is not usable");
     }
     same("VRFs of VLANs", model_->present().vlanVrfs, vrfs);
 }
@@ -298,11 +309,11 @@ void Leaf::checkVrfUsers(const ArpSuppression::VrfUseTracker& tracker,
     for (auto count = counts.first(); count; ++count) {
         const auto& vrfInfo = count.key();
         const std::string& vrf = vrfInfo->vrfName();
-        must(seen.emplace(vrf, count.value()).second, "two records of VRF " + vrf + " in use");
-        must(root().vlanL3InfoStatus()->vrfInfo(vrf) == vrfInfo, "VRF " + vrf + " is another");
+        must(seen.emplace(vrf, count.value()).second, "two records of VRF ", vrf, " in use");
+        must(root().vlanL3InfoStatus()->vrfInfo(vrf) == vrfInfo, "VRF ", vrf, " is another");
         auto user = tracker.vrfUserCollection().value(vrfInfo);
-        must(user && user->vrfInfo() == vrfInfo && vrfInfo->userCollection().has(user),
-             "VRF " + vrf + " has no user");
+        must(user && user->vrfInfo() == vrfInfo && vrfInfo->userCollection().has(user), "VRF ", vrf,
+             " has no user");
     }
     same("uses of VRFs", uses, seen);
     must(tracker.vrfUserCollection().count() == seen.size(), "a user of no VRF");
@@ -334,14 +345,17 @@ void Leaf::checkRemote() {
         const Address address = addressOf(claim.key());
         ++uses[address.vrf];
         must(root().vlanL3InfoStatus()->vrfInfo(address.vrf) == claim.key().vrfInfo(),
-             "the VRF of " + address.text() + " has ended");
+             "the VRF of ", address, " has ended");
         claim.value()->vlanIdMacAddressCollection().each([&](const auto& one) {
             claims[address].push_back({one.vlanIdMacAddress, one.localMultihomed});
             must(hosts.contains(one.vlanIdMacAddress), "an address of no host");
         });
-        must(claims.contains(address), "nobody claims " + address.text());
+        must(claims.contains(address), "nobody claims ", address);
     }
-    same("remote addresses", sorted(model_->present().claims), sorted(claims));
+    for (auto& [address, list] : claims) {
+        sort(list);
+    }
+    same("remote addresses", model_->present().claims, claims);
     checkVrfUsers(status, uses);
 }
 
@@ -352,18 +366,17 @@ void Leaf::checkLocal() {
     const auto& bindings = record.bindingCollection();
     for (auto binding = bindings.first(); binding; ++binding) {
         const auto& one = binding.value();
-        const std::string text = one->toStrep();
         ++uses[one->vrfIpAddress().vrfInfo()->vrfName()];
-        must(one->vrfIpAddress() == binding.key(), text + " stands under another's key");
+        must(one->vrfIpAddress() == binding.key(), *one, " stands under another's key");
         auto host = record.macToIp(one->vlanIdMacAddress());
-        must(host && host->binding(binding.key()) == one, text + " is not filed under its host");
+        must(host && host->binding(binding.key()) == one, *one, " is not filed under its host");
         const auto& mac = one->vlanIdMacAddress().macAddress();
         const auto& ip = one->vrfIpAddress().ipAddress();
-        must(!mac.isZero() && !mac.isMulticast(), text + " has no host's MAC address");
-        must(!ip.isUnset() && !ip.isUnspecified() && !ip.isMulticast(), text + " has no address");
+        must(!mac.isZero() && !mac.isMulticast(), *one, " has no host's MAC address");
+        must(!ip.isUnset() && !ip.isUnspecified() && !ip.isMulticast(), *one, " has no address");
     }
     for (auto host = record.macToIpCollection().first(); host; ++host) {
-        must(host.value()->bindings() > 0, "a host without bindings: " + host.value()->toStrep());
+        must(host.value()->bindings() > 0, "a host without bindings: ", host.key());
         filed += host.value()->bindings();
     }
     must(filed == record.bindings(), "a host has a binding that the record does not have");
@@ -376,29 +389,28 @@ void Leaf::checkLocal() {
 void Leaf::checkPast(const Model::Past& past) {
     for (const auto& [address, claims] : past.claims) {
         const bool needsEntry = !past.local.contains(address) && !wasSelective_;
-        must(!needsEntry || past.entries.contains(address),
-             "no entry for the remote binding of " + address.text());
+        must(!needsEntry || past.entries.contains(address), "no entry for the remote binding of ",
+             address);
     }
     for (const auto& [address, entry] : past.entries) {
-        const std::string text = address.text() + ": " + entry.text();
         auto claims = past.claims.find(address);
         auto local = past.local.find(address);
         const bool remote = claims != past.claims.end();
         if (entry.type == ArpTypeId::permanent) {
             const bool first = remote && claims->second.front().host.macAddress() == entry.mac;
-            must(first, text + " is not of the first remote binding");
+            must(first, address, entry, " is not of the first remote binding");
             must(address.ip.af() != Zinc::ipv4() ||
                      entry.intf == vlanIntf(claims->second.front().host.vlanId()),
-                 text + " is on another interface");
+                 address, entry, " is on another interface");
         } else if (entry.refresh == QuickRefresh::immediate) {
-            must(toggles_.evpnMplsProxyArpRefresh, text + " though the toggle is off");
-            must(!remote, text + " though there is a remote binding");
+            must(toggles_.evpnMplsProxyArpRefresh, address, entry, " though the toggle is off");
+            must(!remote, address, entry, " though there is a remote binding");
         } else {
-            must(local != past.local.end() && local->second.host.macAddress() == entry.mac,
-                 text + " is not of a local binding");
+            must(local != past.local.end() && local->second.host.macAddress() == entry.mac, address,
+                 entry, " is not of a local binding");
             must(address.ip.af() != Zinc::ipv4() ||
                      entry.intf == vlanIntf(local->second.host.vlanId()),
-                 text + " is on another interface");
+                 address, entry, " is on another interface");
         }
     }
 }
@@ -415,20 +427,20 @@ void Leaf::checkLeft(const Model::Past& past) {
         const bool same =
             first.macAddress() == entry.mac &&
             (address.ip.af() != Zinc::ipv4() || vlanIntf(first.vlanId()) == entry.intf);
-        const std::string text = address.text() + ": " + entry.text();
-        must(!same || past.entries.contains(address), text + " is supported and was removed");
-        must(!same || claims->second.size() > 1 || !removed_.contains(address),
-             text + " is supported and was absent for a while");
+        must(!same || past.entries.contains(address), address, entry,
+             " is supported and was removed");
+        must(!same || claims->second.size() > 1 || !removed_.contains(address), address, entry,
+             " is supported and was absent for a while");
     }
 }
 
 void Leaf::checkEntries(const Model::Past& past) {
     const auto& config = *state_->arpInputConfig;
     for (auto vrf = config.vrfCollection().first(); vrf; ++vrf) {
-        must(vrf.value()->ipv4Entries() + vrf.value()->ipv6Entries() > 0,
-             "no entries in VRF " + vrf.key().bytes());
-        must(root().vlanL3InfoStatus()->vrfInfo(vrf.key()) != nullptr,
-             "entries in VRF " + vrf.key().bytes() + ", which nobody uses");
+        must(vrf.value()->ipv4Entries() + vrf.value()->ipv6Entries() > 0, "no entries in VRF ",
+             vrf.key().bytes());
+        must(root().vlanL3InfoStatus()->vrfInfo(vrf.key()) != nullptr, "entries in VRF ",
+             vrf.key().bytes(), ", which nobody uses");
     }
     std::map<Address, Zinc::IntfId> expected;
     for (const auto& [address, entry] : past.entries) {

@@ -16,6 +16,11 @@ std::string Address::text() const {
     return vrf + " " + ip.toStrep() + (intf ? " " + intf.toStrep() : "");
 }
 
+void sort(std::vector<Claim>& claims) {
+    std::sort(claims.begin(), claims.end(),
+              [](const Claim& a, const Claim& b) { return a.host < b.host; });
+}
+
 std::string Entry::text() const {
     return intf.toStrep() + " " + mac.toStrep() + " " + toStrep(type) + " refresh " +
            toStrep(refresh);
@@ -75,6 +80,9 @@ void Model::look() {
             present_.claims[addressIn(vrf->second, key.vlanId(), key.ipAddress())].push_back(
                 {host, localMultihomed != 0});
         }
+    }
+    for (auto& [address, claims] : present_.claims) {
+        sort(claims);
     }
 }
 
@@ -353,7 +361,8 @@ void Model::fdbChanged(const Bridging::HostKey& key) {
 /// A binding that the kernel knew goes when the kernel forgets, or gives way to somebody else's
 /// static entry. What the kernel learns by itself, or from somebody else, needs no entry.
 void Model::kernelChanged(const Arp::Table::ArpKey& key) {
-    if (!key.intfId().isVlanIntf()) {
+    if (!key.intfId().isVlanIntf() || key.intfId().vlanNumber() < 1 ||
+        key.intfId().vlanNumber() > 4094) {
         return;
     }
     const VlanId vlanId(key.intfId().vlanNumber());

@@ -36,6 +36,8 @@ struct Claim {
     friend bool operator==(const Claim&, const Claim&) = default;
 };
 
+void sort(std::vector<Claim>& claims);
+
 struct Local {
     Host host;
     bool kernelHasIt = false;
@@ -74,7 +76,7 @@ class Model {
         bool fabricUsable = false;
         std::map<Bridging::VlanId, std::string> vlanVrfs; ///< of those with L3 information
         std::map<Host, std::set<Zinc::IpGenAddr>> remoteHosts;
-        std::map<Address, std::vector<Claim>> claims; ///< in no order
+        std::map<Address, std::vector<Claim>> claims; ///< sorted
     };
     const Present& present() const { return present_; }
     /// Before anything that follows.
