@@ -32,7 +32,7 @@ uint32_t ifIndexOf(VlanId vlanId) {
 
 Leaf::Leaf(uint64_t seed, Toggles toggles, Say say)
     : dice_(seed), toggles_(toggles), say_(std::move(say)),
-      settleEvery_(std::vector<uint32_t>{1, 1, 2, 8}[dice_.below(4)]), physical_(dice_.chance(30)),
+      settleEvery_(std::vector<uint32_t>{1, 2, 4, 16}[dice_.below(4)]), physical_(dice_.chance(30)),
       statusImage_(ArpSuppression::ArpSuppressionStatus::imageBytes) {
     const auto yield = static_cast<Yield>(dice_.below(3));
     if (yield == Yield::byChance) {

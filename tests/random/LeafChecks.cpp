@@ -180,7 +180,9 @@ void Leaf::checkStopped() {
 }
 
 void Leaf::checkRunning(bool exact) {
-    model_->look();
+    if (changes_ > 0 || restarted_) {
+        model_->look();
+    }
     checkVlans();
     checkRemote();
     checkLocal();
