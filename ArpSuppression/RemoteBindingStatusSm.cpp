@@ -66,6 +66,9 @@ void RemoteBindingStatusSm::handleVlanL3Info(Bridging::VlanId vlanId) {
                     << remoteBindingStatus_->initialPopulationComplete());
     if (count != 0) {
         vlansChanged_ = true;
+        if (!vlanL3InfoStatus_->vlanL3Info(vlanId)) {
+            vlansLost_.insert(vlanId);
+        }
         scheduleWalk();
     }
 }
@@ -192,9 +195,10 @@ void RemoteBindingStatusSm::handleRemoteBinding(const RemoteBindingKey& key) {
         }
         if (hasVrf) {
             // Also a binding that has not moved: its VLAN may have come to L3 information only
-            // now, and the host to a segment of ours.
+            // now, and the host to a segment of ours. Where the VLAN was without for a while, who
+            // looked at the address meanwhile has to look again.
             auto [create, changed] = addIpToMac(vrfIpAddress, newHost, binding.localMultihomed);
-            if (moved || changed) {
+            if (moved || changed || vlansLost_.contains(vlanId)) {
                 TRACE(trace, 8, this,
                       "add ipToMac vrfIpAddress=" << vrfIpAddress << " newVlanIdMacAddress="
                                                   << newHost << " create=" << create

@@ -415,6 +415,30 @@ TEST_F(AddressWalk, whatChangedWhileTheVlanWasElsewhereLeavesNothing) {
     expectMirrored();
 }
 
+/// Who looked at an address meanwhile found its VLAN without L3 information, and has to look again.
+TEST_F(AddressWalk, aVlanThatIsBackBeforeTheWalkIsAnnounced) {
+    walkToTheEnd();
+    vlanMoves(10, "default");
+    walkToTheEnd();
+    changes();
+    vlanDel(10);
+    vlanIs(10);
+    walkToTheEnd();
+    expectMirrored();
+    auto announced = changes();
+    for (unsigned i = 1; i <= 6; ++i) {
+        EXPECT_EQ(std::count(announced.begin(), announced.end(), "default " + ip(i)), 1) << i;
+    }
+    vlanIs(20);
+    bindingIs(ip(9), macA, 20);
+    announce();
+    changes();
+    vlanMoves(20, "red");
+    walkToTheEnd();
+    EXPECT_EQ(changes(), (Changes{"red " + ip(9), "default " + ip(9), "red " + ip(9)}))
+        << "and VLAN 10 once only";
+}
+
 TEST_F(AddressWalk, theVlanMayLoseItsL3Info) {
     vlanDel(10);
     walkToTheEnd();
