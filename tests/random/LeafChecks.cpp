@@ -166,6 +166,9 @@ void Leaf::settle() {
     if (restarted_) {
         ports_.forgetClosed();
     }
+    if (settleEvery_ > 1) {
+        say_("-- settled");
+    }
     changes_ = frames_ = 0;
     changed_.reset();
     heard_.clear();
