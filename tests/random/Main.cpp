@@ -29,7 +29,7 @@ struct Options {
     uint32_t toggles = 0;
     uint64_t seed = 1;
     uint64_t seeds = 1;
-    uint64_t steps = 10'000;
+    uint64_t steps = 4'500;
 };
 
 /// The last steps of the process that takes them, for who is left when it has failed.
