@@ -77,6 +77,7 @@ void Leaf::publish() {
         state_->evpnStatus->vlanToDot1qIs(vlanId, {});
         state_->ipStatus->ipIntfStatusIs(vlanIntf(vlanId), number == 30 ? "red" : "default");
         Testing::deviceIs(*state_, vlanIntf(vlanId).toStrep(), ifIndexOf(vlanId));
+        ports_.deviceIs(vlanIntf(vlanId).toStrep(), ifIndexOf(vlanId));
     }
     Testing::deviceIs(*state_, "fabric", fabric);
     Testing::deviceIs(*state_, "arpsnoop", arpsnoop);
@@ -137,6 +138,7 @@ void Leaf::step() {
         {2, &Leaf::selectiveInstall},
         {3, &Leaf::segment},
         {40, &Leaf::frame},
+        {2, &Leaf::replyToVirtualRouter},
         {2, &Leaf::time},
         {1, &Leaf::suppression},
     };
@@ -343,9 +345,11 @@ void Leaf::device() {
         break;
     }
     ++changes_;
-    const uint32_t thrown = dice_.below(10);
+    const bool isVlan = device.ifIndex >= 1000;
+    const uint32_t thrown = dice_.below(isVlan ? 12 : 40);
     say_("device " + device.name + (thrown < 2 ? " goes" : thrown < 4 ? " is down" : " is up"));
     auto status = state_->kernelNetInfoIs("default");
+    ports_.deviceIs(device.name, thrown < 2 ? 0 : device.ifIndex);
     if (thrown < 2) {
         status->interfaceDel(device.ifIndex);
     } else {
@@ -358,7 +362,8 @@ void Leaf::vrf() {
     const std::string& vrf = dice_.oneOf(vrfs_);
     ++changes_;
     const auto& ids = vrfIds.at(vrf);
-    switch (dice_.below(vrf == "default" ? 3 : 8)) {
+    // Without the default VRF nothing is trapped.
+    switch (vrf == "default" ? !dice_.chance(5) : dice_.below(8)) {
     case 0:
         say_("no VRF id for " + vrf);
         state_->vrfIdMap->vrfDel(Vrf::VrfId(ids[0]));

@@ -91,6 +91,7 @@ class Leaf {
     void selectiveInstall();
     void segment();
     void frame();
+    void replyToVirtualRouter();
     void time();
     void suppression();
     void death();
@@ -162,7 +163,7 @@ class Leaf {
     uint64_t followed_ = 0;
     uint64_t digest_ = 0;
 
-    const std::vector<uint32_t> vlans_{10, 20, 30, 40, 4094};
+    const std::vector<uint32_t> vlans_{10, 10, 10, 20, 20, 30, 40, 4094};
     const std::vector<std::string> vrfs_{"default", "red", "blue"};
     const std::vector<std::string> ips_{"10.0.0.1",    "10.0.0.2",    "10.0.0.3", "10.0.0.254",
                                         "2001:db8::1", "2001:db8::2", "fe80::1",  "fe80::2"};

@@ -47,6 +47,27 @@ void Leaf::frame() {
     ports_.inject(physical_ ? fabric : arpsnoop, bytes);
 }
 
+/// On the VLAN interface itself, for whoever listens there. What that makes of it is not followed.
+void Leaf::replyToVirtualRouter() {
+    const auto vlanId = vlan();
+    Vela::ArpHdr arp;
+    arp.operation = dice_.chance(90) ? Vela::ArpHdr::reply : Vela::ArpHdr::request;
+    arp.senderMac = mac();
+    arp.senderIp = IpGenAddr("10.0.0." + std::to_string(1 + dice_.below(3))).v4();
+    arp.targetMac = dice_.chance(90) ? state_->fhrpVrMacStatus->varpVirtualMac() : mac();
+    arp.targetIp = IpGenAddr("10.0.0.254").v4();
+    std::vector<uint8_t> bytes(Vela::EthHdr::wireBytes + Vela::ArpHdr::wireBytes);
+    Vela::WireWriter writer(bytes);
+    Vela::EthHdr{arp.targetMac, arp.senderMac, Vela::EtherType::arp}.write(writer);
+    arp.write(writer);
+    bytes.resize(dice_.chance(90) ? 60 : 1 + dice_.below(60));
+    say_("reply to the virtual router on VLAN " + vlanId.toStrep() + ": " +
+         IpGenAddr(arp.senderIp).toStrep() + " " + arp.senderMac.toStrep() + ", " +
+         std::to_string(bytes.size()) + " bytes");
+    changes_ += 2;
+    ports_.inject(1000u + vlanId.value(), bytes);
+}
+
 std::vector<uint8_t> Leaf::arpFrame() {
     const auto v4 = [this] {
         return IpGenAddr("10.0.0." + std::to_string(dice_.chance(5) ? 254 : 1 + dice_.below(3)));
@@ -54,8 +75,9 @@ std::vector<uint8_t> Leaf::arpFrame() {
     Testing::TrapFrame frame;
     frame.vlanId = vlan().value();
     frame.srcIfIndex = dice_.oneOf(srcIfIndexes);
-    frame.senderMac = mac();
     frame.senderIp = v4();
+    // Most hosts stay what they are.
+    frame.senderMac = dice_.chance(60) ? EthAddr(macs_[frame.senderIp.bytes()[3] % 4]) : mac();
     frame.targetIp = v4();
     if (dice_.chance(10)) {
         frame.dot1q = static_cast<uint16_t>(frame.vlanId);
