@@ -65,6 +65,10 @@ void RemoteBindingStatusSm::handleVlanL3Info(Bridging::VlanId vlanId) {
           "vlanId=" << vlanId << " count=" << count << " initialPopulationComplete="
                     << remoteBindingStatus_->initialPopulationComplete());
     if (count != 0) {
+        vlansChanged_ = true;
+        if (!vlanL3InfoStatus_->vlanL3Info(vlanId)) {
+            vlansLost_.insert(vlanId);
+        }
         scheduleWalk();
     }
 }
@@ -72,6 +76,7 @@ void RemoteBindingStatusSm::handleVlanL3Info(Bridging::VlanId vlanId) {
 // Walks
 
 bool RemoteBindingStatusSm::walkStartedNotification() {
+    vlansChanged_ = false;
     walkStage_ = WalkStage::remoteBindingConfigWalk;
     remoteBindingConfigBookmark_ = {};
     remoteBindingStatusBookmark_ = {};
@@ -107,7 +112,11 @@ Vela::WalkRet RemoteBindingStatusSm::remoteBindingConfigWalk() {
     bool done = !remoteBindingConfigBookmark_;
     TRACE(trace, 8, this, "finished processed=" << count << " done=" << done);
     if (done) {
-        remoteBindingStatus_->initialPopulationCompleteIs(true);
+        // A binding may have brought its VLAN to L3 information, and is not filed by address yet:
+        // who takes that for complete would withdraw what it supports.
+        if (!vlansChanged_) {
+            remoteBindingStatus_->initialPopulationCompleteIs(true);
+        }
         walkStage_ = WalkStage::remoteBindingStatusWalk;
     }
     return {1, count};
@@ -186,9 +195,10 @@ void RemoteBindingStatusSm::handleRemoteBinding(const RemoteBindingKey& key) {
         }
         if (hasVrf) {
             // Also a binding that has not moved: its VLAN may have come to L3 information only
-            // now, and the host to a segment of ours.
+            // now, and the host to a segment of ours. Where the VLAN was without for a while, who
+            // looked at the address meanwhile has to look again.
             auto [create, changed] = addIpToMac(vrfIpAddress, newHost, binding.localMultihomed);
-            if (moved || changed) {
+            if (moved || changed || vlansLost_.contains(vlanId)) {
                 TRACE(trace, 8, this,
                       "add ipToMac vrfIpAddress=" << vrfIpAddress << " newVlanIdMacAddress="
                                                   << newHost << " create=" << create

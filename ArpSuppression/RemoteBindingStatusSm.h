@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <set>
 
 namespace ArpSuppression {
 
@@ -81,6 +82,7 @@ class RemoteBindingStatusSm final : public Vela::WalkSmBase {
     void handleDestroy() noexcept override;
     bool allowWalkRestarts() const override { return true; }
     bool walkStartedNotification() override;
+    void walkFinishedNotification() override { vlansLost_.clear(); }
     Vela::WalkRet walk() override;
     void traceEvent(Vela::TraceEvent event) override;
 
@@ -125,6 +127,8 @@ class RemoteBindingStatusSm final : public Vela::WalkSmBase {
     KnownBindingTable knownBinding_;
     VlanBindingCountCollection vlanBindingCount_;
     bool configReady_ = false;
+    bool vlansChanged_ = false;            // since the walk began: it starts over
+    std::set<Bridging::VlanId> vlansLost_; // without L3 information for a while since the last walk
     Vela::Reaction readyReaction_;
     Vela::Reaction remoteBindingReaction_;
     Vela::Reaction vlanL3InfoReaction_;

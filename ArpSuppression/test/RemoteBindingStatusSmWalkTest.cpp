@@ -125,6 +125,21 @@ TEST_F(RemoteBindingStatusSmWalkTest, thePopulationIsCompleteAfterTheFirstConfig
     EXPECT_EQ(told, 1u);
 }
 
+/// A VLAN may come to L3 information because of its first binding: that binding is filed by the
+/// walk that starts over.
+TEST_F(RemoteBindingStatusSmWalkTest, thePopulationIsNotCompleteWithoutABindingThatIsToBeFiled) {
+    bindingIs("10.0.0.1", macA, 30);
+    configReadyIs();
+    auto vlan = status->vlanIdCollection().react(nullptr, [this](VlanId) { vlanIs(30); });
+    std::vector<bool> filedThen;
+    auto complete = status->initialPopulationCompleteAttribute().react(
+        nullptr, [&] { filedThen.push_back(ipToMac("10.0.0.1", 30) != nullptr); });
+    machineIs(walks);
+    walkToTheEnd();
+    EXPECT_EQ(filedThen, std::vector<bool>{true});
+    expectMirrored();
+}
+
 TEST_F(RemoteBindingStatusSmWalkTest, anEmptyConfigurationIsComplete) {
     configReadyIs();
     machineIs(walks);
@@ -398,6 +413,30 @@ TEST_F(AddressWalk, whatChangedWhileTheVlanWasElsewhereLeavesNothing) {
     EXPECT_TRUE(ipToMac(ip(1))->vlanIdMacAddressHas(host(macA)));
     walkToTheEnd();
     expectMirrored();
+}
+
+/// Who looked at an address meanwhile found its VLAN without L3 information, and has to look again.
+TEST_F(AddressWalk, aVlanThatIsBackBeforeTheWalkIsAnnounced) {
+    walkToTheEnd();
+    vlanMoves(10, "default");
+    walkToTheEnd();
+    changes();
+    vlanDel(10);
+    vlanIs(10);
+    walkToTheEnd();
+    expectMirrored();
+    auto announced = changes();
+    for (unsigned i = 1; i <= 6; ++i) {
+        EXPECT_EQ(std::count(announced.begin(), announced.end(), "default " + ip(i)), 1) << i;
+    }
+    vlanIs(20);
+    bindingIs(ip(9), macA, 20);
+    announce();
+    changes();
+    vlanMoves(20, "red");
+    walkToTheEnd();
+    EXPECT_EQ(changes(), (Changes{"red " + ip(9), "default " + ip(9), "red " + ip(9)}))
+        << "and VLAN 10 once only";
 }
 
 TEST_F(AddressWalk, theVlanMayLoseItsL3Info) {

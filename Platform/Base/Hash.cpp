@@ -1,10 +1,26 @@
 #include "Platform/Base/Hash.h"
 
+#include "Platform/Base/Assert.h"
+#include "Platform/Base/HashSeed.h"
+
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <random>
 
 namespace Vela {
+
+namespace {
+
+std::optional<uint64_t> givenSeed;
+bool seedIsUsed = false;
+
+uint64_t drawnSeed() {
+    std::random_device random;
+    return uint64_t{random()} << 32 | random();
+}
+
+} // namespace
 
 void IncrementalHash::mixBytes(std::span<const uint8_t> bytes) {
     mixMemory(bytes.data(), bytes.size());
@@ -25,10 +41,15 @@ void IncrementalHash::mixMemory(const void* bytes, size_t count) {
 
 uint64_t processHashSeed() {
     static const uint64_t seed = [] {
-        std::random_device random;
-        return uint64_t{random()} << 32 | random();
+        seedIsUsed = true;
+        return givenSeed ? *givenSeed : drawnSeed();
     }();
     return seed;
+}
+
+void processHashSeedIs(uint64_t seed) {
+    assertThat(!seedIsUsed, "!seedIsUsed");
+    givenSeed = seed;
 }
 
 } // namespace Vela

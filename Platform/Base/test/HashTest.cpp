@@ -1,7 +1,10 @@
 #include "Platform/Base/Hash.h"
+#include "Platform/Base/HashSeed.h"
 
 #include <algorithm>
 #include <array>
+#include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <set>
@@ -82,6 +85,26 @@ TEST(HashTest, TextIsHashedAsItsBytes) {
 
 TEST(HashTest, ProcessSeedStaysTheSame) {
     EXPECT_EQ(processHashSeed(), processHashSeed());
+}
+
+/// In a process that has not asked for it yet.
+TEST(HashTest, ProcessSeedCanBeGiven) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            processHashSeedIs(5);
+            std::exit(processHashSeed() == 5 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(HashTest, ProcessSeedCannotBeGivenOnceItIsUsed) {
+    EXPECT_EXIT(
+        {
+            processHashSeed();
+            processHashSeedIs(5);
+        },
+        testing::KilledBySignal(SIGABRT), "!seedIsUsed");
 }
 
 /// Flips each bit of many inputs and counts how often each bit of the output flips with it: it
