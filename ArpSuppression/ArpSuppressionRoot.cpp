@@ -9,6 +9,7 @@ void ArpSuppressionRoot::handleInitialized() {
     TRACE(trace, 8, this, "handleInitialized");
     enabledVlans_ = Vela::make<EnabledVlans>();
     vlanL3InfoStatus_ = Vela::make<VlanL3InfoStatus>();
+    localBindingRecord_ = localBindingRecordFactory(vlanL3InfoStatus_.ptr());
     remoteBindingStatus_ = Vela::make<RemoteBindingStatus>(vlanL3InfoStatus_.ptr());
     receivedRequestTrapV4_ = Vela::make<MessageTrap>();
     receivedRequestTrapV6_ = Vela::make<MessageTrap>();
@@ -27,6 +28,7 @@ void ArpSuppressionRoot::handleDestroy() noexcept {
     receivedRequestTrapV6Del();
     receivedRequestTrapV4Del();
     remoteBindingStatusDel();
+    localBindingRecordDel();
     vlanL3InfoStatusDel();
     enabledVlansDel();
 }
@@ -36,6 +38,7 @@ void ArpSuppressionRoot::dumpState(Vela::DumpContext& context, int indent) const
     int inner = indent + 2;
     context.child(inner, "enabledVlans", enabledVlans_.ptr().get());
     context.child(inner, "vlanL3InfoStatus", vlanL3InfoStatus_.ptr().get());
+    context.child(inner, "localBindingRecord", localBindingRecord_.ptr().get());
     context.child(inner, "remoteBindingStatus", remoteBindingStatus_.ptr().get());
     context.child(inner, "receivedRequestTrapV4", receivedRequestTrapV4_.ptr().get());
     context.child(inner, "receivedRequestTrapV6", receivedRequestTrapV6_.ptr().get());

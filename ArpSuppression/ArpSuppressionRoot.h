@@ -2,6 +2,7 @@
 
 #include "ArpSuppression/ArpInputConfigTrigger.h"
 #include "ArpSuppression/ArpSuppression.h"
+#include "ArpSuppression/LocalBinding.h"
 #include "ArpSuppression/LocalRequestRecord.h"
 #include "ArpSuppression/RemoteBindingStatus.h"
 #include "ArpSuppression/TrappedMessage.h"
@@ -20,6 +21,9 @@ class ArpSuppressionRoot final : public Vela::Entity {
 
     const Vela::Ptr<EnabledVlans>& enabledVlans() const { return enabledVlans_.ptr(); }
     const Vela::Ptr<VlanL3InfoStatus>& vlanL3InfoStatus() const { return vlanL3InfoStatus_.ptr(); }
+    const Vela::Ptr<LocalBindingRecord>& localBindingRecord() const {
+        return localBindingRecord_.ptr();
+    }
     const Vela::Ptr<RemoteBindingStatus>& remoteBindingStatus() const {
         return remoteBindingStatus_.ptr();
     }
@@ -44,6 +48,7 @@ class ArpSuppressionRoot final : public Vela::Entity {
 
     void enabledVlansDel() { enabledVlans_.reset(); }
     void vlanL3InfoStatusDel() { vlanL3InfoStatus_.reset(); }
+    void localBindingRecordDel() { localBindingRecord_.reset(); }
     void remoteBindingStatusDel() { remoteBindingStatus_.reset(); }
     void receivedRequestTrapV4Del() { receivedRequestTrapV4_.reset(); }
     void receivedRequestTrapV6Del() { receivedRequestTrapV6_.reset(); }
@@ -60,7 +65,7 @@ class ArpSuppressionRoot final : public Vela::Entity {
     const Vela::Clock& clock_;
     Vela::Owned<EnabledVlans> enabledVlans_;
     Vela::Owned<VlanL3InfoStatus> vlanL3InfoStatus_;
-    // The local binding record has its place here.
+    Vela::Owned<LocalBindingRecord> localBindingRecord_;
     Vela::Owned<RemoteBindingStatus> remoteBindingStatus_;
     Vela::Owned<MessageTrap> receivedRequestTrapV4_;
     Vela::Owned<MessageTrap> receivedRequestTrapV6_;

@@ -92,14 +92,23 @@ void ArpSuppressionRootSm::arpSuppressionStart() {
     remoteBindingStatusSm_ = Vela::make<RemoteBindingStatusSm>(
         scheduler_, mounts()->remoteBindingConfig(), mounts()->remoteBindingConfigMountGroup(),
         root()->vlanL3InfoStatus(), root()->remoteBindingStatus());
-    // ARP input configuration has its place here.
+    arpInputConfigSm_ = Vela::make<ArpInputConfigSm>(
+        scheduler_, mounts()->l2VpnConfig(), root()->localBindingRecord(),
+        root()->remoteBindingStatus(), root()->arpInputConfigTrigger(), root()->vlanL3InfoStatus(),
+        mounts()->arpStatus(), mounts()->arpInputConfig(), mounts()->arpSuppressionCounterStatus());
     arpSuppressionSm_ = arpSuppressionSmFactory(
         root()->receivedRequestTrapV4(), root()->reinjectMessageQueue(),
         mounts()->arpSuppressionCounterStatus(), root()->localRequestRecord(),
         mounts()->remoteBindingConfig(), root()->vlanL3InfoStatus(), mounts()->arpStatus(),
         mounts()->bridgingConfig(), mounts()->bridgingStatus(), mounts()->evpnStatus(),
         mounts()->fhrpVrMacStatus(), mounts()->vrfNameToIdMap(), root()->arpInputConfigTrigger());
-    // Before the packet path: binding discovery.
+    bindingDiscoverySm_ = Vela::make<BindingDiscoverySm>(
+        scheduler_, root()->receivedRequestTrapV4(), root()->receivedRequestTrapV6(),
+        mounts()->bridgingConfig(), mounts()->bridgingStatus(),
+        mounts()->arpSuppressionCounterStatus(), root()->vlanL3InfoStatus(),
+        root()->remoteBindingStatus(), mounts()->arpStatus(), mounts()->fhrpVrMacStatus(),
+        mounts()->arpInputConfig(), root()->localBindingRecord(), mounts()->evpnStatus(),
+        root()->arpInputConfigTrigger());
     packetPathStart();
 }
 
@@ -132,12 +141,12 @@ void ArpSuppressionRootSm::arpSuppressionStop() {
     TRACE(trace, 8, this, "arpSuppressionStop");
     messageTrapSm_.reset();
     messageReinjectSm_.reset();
-    // Binding discovery has its place here.
+    bindingDiscoverySm_.reset();
     arpSuppressionSm_.reset();
     vlanL3InfoSm_.reset();
     arpSuppressionStatusSm_.reset();
     remoteBindingStatusSm_.reset();
-    // ARP input configuration has its place here.
+    arpInputConfigSm_.reset();
     root_.reset();
     assertThat(0 == mounts()->arpSuppressionStatus()->vlanIds(),
                "0 == mounts()->arpSuppressionStatus()->vlanIds()");
@@ -155,7 +164,9 @@ void ArpSuppressionRootSm::dumpState(Vela::DumpContext& context, int indent) con
     context.child(inner, "localRequestRecordSm", localRequestRecordSm_.ptr().get());
     context.child(inner, "vlanL3InfoSm", vlanL3InfoSm_.ptr().get());
     context.child(inner, "remoteBindingStatusSm", remoteBindingStatusSm_.ptr().get());
+    context.child(inner, "arpInputConfigSm", arpInputConfigSm_.ptr().get());
     context.child(inner, "arpSuppressionSm", arpSuppressionSm_.ptr().get());
+    context.child(inner, "bindingDiscoverySm", bindingDiscoverySm_.ptr().get());
     context.child(inner, "messageReinjectSm", messageReinjectSm_.ptr().get());
     context.child(inner, "messageTrapSm", messageTrapSm_.ptr().get());
 }

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "ArpSuppression/ArpInputConfigSm.h"
 #include "ArpSuppression/ArpSuppressionMounts.h"
 #include "ArpSuppression/ArpSuppressionRoot.h"
 #include "ArpSuppression/ArpSuppressionSm.h"
 #include "ArpSuppression/ArpSuppressionStatusSm.h"
+#include "ArpSuppression/BindingDiscoverySm.h"
 #include "ArpSuppression/LocalRequestRecordSm.h"
 #include "ArpSuppression/MessageReinjectSm.h"
 #include "ArpSuppression/MessageTrapSm.h"
@@ -43,7 +45,11 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     const Vela::Ptr<RemoteBindingStatusSm>& remoteBindingStatusSm() const {
         return remoteBindingStatusSm_.ptr();
     }
+    const Vela::Ptr<ArpInputConfigSm>& arpInputConfigSm() const { return arpInputConfigSm_.ptr(); }
     const Vela::Ptr<ArpSuppressionSm>& arpSuppressionSm() const { return arpSuppressionSm_.ptr(); }
+    const Vela::Ptr<BindingDiscoverySm>& bindingDiscoverySm() const {
+        return bindingDiscoverySm_.ptr();
+    }
     const Vela::Ptr<MessageReinjectSmBase>& messageReinjectSm() const {
         return messageReinjectSm_.ptr();
     }
@@ -76,7 +82,9 @@ class ArpSuppressionRootSm final : public Vela::Entity {
     Vela::Owned<LocalRequestRecordSm> localRequestRecordSm_;
     Vela::Owned<VlanL3InfoSm> vlanL3InfoSm_;
     Vela::Owned<RemoteBindingStatusSm> remoteBindingStatusSm_;
+    Vela::Owned<ArpInputConfigSm> arpInputConfigSm_;
     Vela::Owned<ArpSuppressionSm> arpSuppressionSm_;
+    Vela::Owned<BindingDiscoverySm> bindingDiscoverySm_;
     Vela::Owned<MessageReinjectSmBase> messageReinjectSm_;
     Vela::Owned<MessageTrapSm> messageTrapSm_;
 };

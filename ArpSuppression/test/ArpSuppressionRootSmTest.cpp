@@ -70,7 +70,9 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_TRUE(rootSm->localRequestRecordSm());
         EXPECT_TRUE(rootSm->vlanL3InfoSm());
         EXPECT_TRUE(rootSm->remoteBindingStatusSm());
+        EXPECT_TRUE(rootSm->arpInputConfigSm());
         EXPECT_TRUE(rootSm->arpSuppressionSm());
+        EXPECT_TRUE(rootSm->bindingDiscoverySm());
         EXPECT_TRUE(rootSm->messageReinjectSm());
         EXPECT_TRUE(rootSm->messageTrapSm());
     }
@@ -80,7 +82,9 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
         EXPECT_FALSE(rootSm->arpSuppressionStatusSm());
         EXPECT_FALSE(rootSm->vlanL3InfoSm());
         EXPECT_FALSE(rootSm->remoteBindingStatusSm());
+        EXPECT_FALSE(rootSm->arpInputConfigSm());
         EXPECT_FALSE(rootSm->arpSuppressionSm());
+        EXPECT_FALSE(rootSm->bindingDiscoverySm());
         EXPECT_FALSE(rootSm->messageReinjectSm());
         EXPECT_FALSE(rootSm->messageTrapSm());
         EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
@@ -94,17 +98,21 @@ class ArpSuppressionRootSmTest : public Testing::SwitchFixture {
                 "LocalRequestRecordSm handleInitialized",
                 "VlanL3InfoSm handleInitialized",
                 "RemoteBindingStatusSm handleInitialized",
+                "ArpInputConfigSm handleInitialized",
                 "ArpSuppressionSm handleInitialized",
+                "BindingDiscoverySm handleInitialized",
                 "MessageReinjectSm" + variant + " handleInitialized",
                 "MessageTrapSm" + variant + " handleInitialized"};
     }
     static Strings stopped(const std::string& variant) {
         return {"MessageTrapSm" + variant + " handleDestroy",
                 "MessageReinjectSm" + variant + " handleDestroy",
+                "BindingDiscoverySm handleDestroy",
                 "ArpSuppressionSm handleDestroy",
                 "VlanL3InfoSm handleDestroy",
                 "ArpSuppressionStatusSm handleDestroy",
                 "RemoteBindingStatusSm handleDestroy",
+                "ArpInputConfigSm handleDestroy",
                 "ArpSuppressionRoot handleDestroy"};
     }
 
@@ -235,6 +243,7 @@ TEST_F(ArpSuppressionRootSmTest, nothingOfAStoppedRunIsLeft) {
     auto root = rootSm->root();
     auto vlanL3InfoStatus = root->vlanL3InfoStatus();
     auto arpSuppressionSm = rootSm->arpSuppressionSm();
+    auto bindingDiscoverySm = rootSm->bindingDiscoverySm();
     auto messageReinjectSm = rootSm->messageReinjectSm();
     auto messageTrapSm = rootSm->messageTrapSm();
     auto vrfInfo = vlanL3InfoStatus->vrfInfo("default");
@@ -247,6 +256,7 @@ TEST_F(ArpSuppressionRootSmTest, nothingOfAStoppedRunIsLeft) {
     for (const Vela::Entity* entity : {static_cast<const Vela::Entity*>(root.get()),
                                        static_cast<const Vela::Entity*>(vlanL3InfoStatus.get()),
                                        static_cast<const Vela::Entity*>(arpSuppressionSm.get()),
+                                       static_cast<const Vela::Entity*>(bindingDiscoverySm.get()),
                                        static_cast<const Vela::Entity*>(messageReinjectSm.get()),
                                        static_cast<const Vela::Entity*>(messageTrapSm.get())}) {
         EXPECT_TRUE(entity->destroyed()) << entity->typeName();
@@ -325,7 +335,19 @@ TEST_F(ArpSuppressionRootSmTest, cleansUpBeforeItSaysSo) {
     auto reaction = state().arpSuppressionStatus->runnableAttribute().react(
         nullptr, [&] { livesSoFar = livesIn(capture).size(); });
     rootSmIs();
-    EXPECT_EQ(livesSoFar, 16u); // all of the test above
+    EXPECT_EQ(livesSoFar, 20u); // all of the test above
+}
+
+TEST_F(ArpSuppressionRootSmTest, withdrawsTheEntriesOfOneThatDied) {
+    state().arpSuppressionStatus->runnableIs(true);
+    for (const char* vrf : {"default", "red"}) {
+        state().arpInputConfig->vrfIs(vrf)->afEntryPermanentIs(
+            {Zinc::IpGenAddr("10.0.0.1"), Zinc::IntfId("Vlan10")},
+            Zinc::EthAddr("02:00:00:00:00:0a"), Arp::ArpSource::arpSuppression);
+    }
+    rootSmIs();
+    expectStopped();
+    EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
 }
 
 TEST_F(ArpSuppressionRootSmTest, goesOnAfterOneThatDiedWhereEvpnIsOn) {
@@ -389,9 +411,13 @@ TEST_F(ArpSuppressionRootSmDeathTest, aStopLeavesNothingPublished) {
                                 "0 == mounts\\(\\)->arpSuppressionStatus\\(\\)->vlanIds\\(\\)");
     state().arpSuppressionStatus->vlanIdDelAll();
     state().arpInputConfig->vrfIs("red");
-    EXPECT_DEATH(evpnIs(false),
-                 "arpSuppressionStop.*0 == mounts\\(\\)->arpInputConfig\\(\\)->vrfs\\(\\)");
-    state().arpInputConfig->vrfDelAll();
+    {
+        // Somebody brings back what is withdrawn.
+        auto reaction = state().arpInputConfig->vrfCollection().react(
+            nullptr, [&](const L3::VrfName& name) { state().arpInputConfig->vrfIs(name); });
+        EXPECT_DEATH(evpnIs(false),
+                     "arpSuppressionStop.*0 == mounts\\(\\)->arpInputConfig\\(\\)->vrfs\\(\\)");
+    }
     evpnIs(false);
     expectStopped();
 }
@@ -426,14 +452,17 @@ TEST_F(ArpSuppressionRootSmTest, theCommandDumpsTheWholeTree) {
     EXPECT_EQ(outputOf(*callback, "anything else"), dump.text());
     EXPECT_EQ(dump.text().find("ArpSuppressionRootSm\n"), 0u);
     size_t at = 0;
-    for (const char* line :
-         {"\n  isPhysicalHardware=no\n", "\n  runnableForTest=no\n", "\n  ArpSuppressionMounts\n",
-          "\n  ArpSuppressionRoot\n", "\n    EnabledVlans", "\n    VlanL3InfoStatus",
-          "\n    RemoteBindingStatus", "\n    MessageTrap", "\n    MessageTrap",
-          "\n    MessageQueue", "\n    LocalRequestRecord", "\n    ArpInputConfigTrigger",
-          "\n  ArpSuppressionStatusSm\n", "\n  LocalRequestRecordSm\n", "\n  VlanL3InfoSm\n",
-          "\n  RemoteBindingStatusSm\n", "\n  ArpSuppressionSm\n", "\n  MessageReinjectSmMimic\n",
-          "\n  MessageTrapSmMimic\n"}) {
+    for (const char* line : {"\n  isPhysicalHardware=no\n", "\n  runnableForTest=no\n",
+                             "\n  ArpSuppressionMounts\n",  "\n  ArpSuppressionRoot\n",
+                             "\n    EnabledVlans",          "\n    VlanL3InfoStatus",
+                             "\n    LocalBindingRecord",    "\n    RemoteBindingStatus",
+                             "\n    MessageTrap",           "\n    MessageTrap",
+                             "\n    MessageQueue",          "\n    LocalRequestRecord",
+                             "\n    ArpInputConfigTrigger", "\n  ArpSuppressionStatusSm\n",
+                             "\n  LocalRequestRecordSm\n",  "\n  VlanL3InfoSm\n",
+                             "\n  RemoteBindingStatusSm\n", "\n  ArpInputConfigSm\n",
+                             "\n  ArpSuppressionSm\n",      "\n  MessageReinjectSmMimic\n",
+                             "\n  MessageTrapSmMimic\n"}) {
         size_t found = dump.text().find(line, at);
         ASSERT_NE(found, std::string::npos) << line << " in\n" << dump.text();
         at = found + 1;
@@ -451,7 +480,9 @@ TEST_F(ArpSuppressionRootSmTest, aStoppedMachineDumpsWhatIsMissing) {
               "ArpSuppressionRootSm\n  isPhysicalHardware=no\n  runnableForTest=no\n"
               "  ArpSuppressionMounts\n  root=NULL\n  arpSuppressionStatusSm=NULL\n"
               "  localRequestRecordSm=NULL\n  vlanL3InfoSm=NULL\n  remoteBindingStatusSm=NULL\n"
-              "  arpSuppressionSm=NULL\n  messageReinjectSm=NULL\n  messageTrapSm=NULL\n");
+              "  arpInputConfigSm=NULL\n  arpSuppressionSm=NULL\n  bindingDiscoverySm=NULL\n  "
+              "messageReinjectSm=NULL\n  "
+              "messageTrapSm=NULL\n");
 }
 
 // What the machines share
@@ -460,6 +491,8 @@ TEST_F(ArpSuppressionRootSmTest, theSharedStateIsMadeWholeAndEachPartCanGo) {
     auto root = arpSuppressionRootFactory(clock());
     EXPECT_EQ(root->enabledVlans()->vlanIds(), 0u);
     EXPECT_EQ(root->vlanL3InfoStatus()->vlanL3InfoCollection().count(), 0u);
+    EXPECT_EQ(root->localBindingRecord()->bindings(), 0u);
+    EXPECT_EQ(root->localBindingRecord()->vlanL3InfoStatus(), root->vlanL3InfoStatus());
     EXPECT_FALSE(root->remoteBindingStatus()->initialPopulationComplete());
     EXPECT_FALSE(root->receivedRequestTrapV4()->lastTrappedMessage());
     EXPECT_FALSE(root->receivedRequestTrapV6()->lastTrappedMessage());
@@ -482,6 +515,7 @@ TEST_F(ArpSuppressionRootSmTest, theSharedStateIsMadeWholeAndEachPartCanGo) {
     goes(root->receivedRequestTrapV6(), [&] { root->receivedRequestTrapV6Del(); });
     goes(root->receivedRequestTrapV4(), [&] { root->receivedRequestTrapV4Del(); });
     goes(root->remoteBindingStatus(), [&] { root->remoteBindingStatusDel(); });
+    goes(root->localBindingRecord(), [&] { root->localBindingRecordDel(); });
     goes(root->vlanL3InfoStatus(), [&] { root->vlanL3InfoStatusDel(); });
     goes(root->enabledVlans(), [&] { root->enabledVlansDel(); });
     root->destroy();

@@ -28,8 +28,10 @@ TEST_F(RoadTest, aRequestForARemoteHostIsAnsweredOnFabric) {
                                "0001 0800 06 04 0002"
                                "020000000002 0a000002 020000000001 0a000001"));
     EXPECT_EQ(ports.written(arpinject).size(), 0u);
-    EXPECT_EQ(countersMoved(),
-              (Moved{{Id::trapArpRequest, 1}, {Id::answeredFromRemoteBinding, 1}}));
+    EXPECT_EQ(countersMoved(), (Moved{{Id::inputPermanentAdded, 1},
+                                      {Id::trapArpRequest, 1},
+                                      {Id::answeredFromRemoteBinding, 1},
+                                      {Id::bindingCreated, 1}}));
 }
 
 TEST_F(RoadTest, aRequestThatNobodyCanAnswerIsGivenBackAsItCame) {
@@ -38,9 +40,10 @@ TEST_F(RoadTest, aRequestThatNobodyCanAnswerIsGivenBackAsItCame) {
     trap(frame);
     EXPECT_EQ(ports.sent(fabric).size(), 0u);
     EXPECT_EQ(ports.written(arpinject), std::vector<Testing::Frame>{frame.bytes()});
-    EXPECT_EQ(
-        countersMoved(),
-        (Moved{{Id::trapArpRequest, 1}, {Id::sentToRemoteTeps, 1}, {Id::reinjectWritten, 1}}));
+    EXPECT_EQ(countersMoved(), (Moved{{Id::trapArpRequest, 1},
+                                      {Id::sentToRemoteTeps, 1},
+                                      {Id::bindingCreated, 1},
+                                      {Id::reinjectWritten, 1}}));
 }
 
 TEST_F(RoadTest, onHardwareItGoesOutUnderTheLabelsOfItsVlan) {
@@ -57,9 +60,10 @@ TEST_F(RoadTest, onHardwareItGoesOutUnderTheLabelsOfItsVlan) {
                                   "ffffffffffff 020000000001 0806"
                                   "0001 0800 06 04 0001"
                                   "020000000001 0a000001 000000000000 0a000002"));
-    EXPECT_EQ(
-        countersMoved(),
-        (Moved{{Id::trapArpRequest, 1}, {Id::sentToRemoteTeps, 1}, {Id::reinjectWritten, 1}}));
+    EXPECT_EQ(countersMoved(), (Moved{{Id::trapArpRequest, 1},
+                                      {Id::sentToRemoteTeps, 1},
+                                      {Id::bindingCreated, 1},
+                                      {Id::reinjectWritten, 1}}));
 }
 
 } // namespace

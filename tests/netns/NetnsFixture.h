@@ -45,8 +45,8 @@ class NetnsFixture : public ::testing::Test {
     /// do.
     std::vector<Frame> sent(const std::string& name, size_t count);
     void turnUntilIdle() { ASSERT_TRUE(live_->turnUntilIdle()); }
-    /// Waits until the counters have moved so, since the last call or the start; returns how they
-    /// have.
+    /// Waits until the counters of the road of frames have moved so, since the last call or the
+    /// start; returns how they have.
     Moved moved(const Moved& expected);
 
     Vela::SwitchState& state() { return live_->state(); }

@@ -1,0 +1,830 @@
+#include "ArpSuppression/ArpInputConfigSm.h"
+
+#include "ArpSuppression/test/ArpInputConfigSmFixture.h"
+#include "Platform/State/DumpContext.h"
+#include "Platform/Trace/Swiftlog.h"
+#include "Platform/Trace/SwiftlogReader.h"
+
+namespace ArpSuppression {
+namespace {
+
+using Testing::TraceCapture;
+
+class ArpInputConfigSmTest : public ArpInputConfigSmFixture {
+  protected:
+    ArpInputConfigSmTest() { startComplete(); }
+};
+using ArpInputConfigSmDeathTest = ArpInputConfigSmTest;
+
+// A remote binding decides. The entry that is there: none, a permanent or a dynamic one.
+
+enum class Existing { none, permanent, dynamic };
+
+class Decision : public ArpInputConfigSmToggleTest {
+  protected:
+    /// An address with a remote binding of macA and the given entry; nothing counted.
+    void given(Existing existing, const std::string& ip = "10.0.0.1", unsigned vlan = 10) {
+        startComplete();
+        if (existing == Existing::dynamic) {
+            // Of a local binding, which goes unnoticed: discovery ends it when the remote one
+            // comes.
+            kernelIs(ip, macA, true, Arp::ArpSource::kernel, vlan);
+            localIs(ip, macA, vlan);
+            quietRemoteIs(ip, macA, vlan);
+            sm->hasNotificationActiveIs(false);
+            record->deleteLocalBinding(record->binding(address(ip, vlan)));
+            kernelDel(ip, vlan);
+            sm->hasNotificationActiveIs(true);
+            EXPECT_EQ(onlyEntry(), dynamic(macA));
+        } else if (existing == Existing::permanent) {
+            remoteIs(ip, macA, vlan);
+            EXPECT_EQ(onlyEntry(), permanent(macA));
+        } else {
+            sm->hasNotificationActiveIs(false);
+            remoteIs(ip, macA, vlan);
+            sm->hasNotificationActiveIs(true);
+            EXPECT_EQ(onlyEntry(), "-");
+        }
+        moved();
+    }
+    std::string onlyEntry() {
+        auto seen = entries();
+        EXPECT_LE(seen.size(), 1u);
+        return seen.empty() ? "-" : seen.begin()->second;
+    }
+    void otherCaller(const std::string& ip = "10.0.0.1") { trigger->event(address(ip), false); }
+    void expect(const std::string& entry, const Moved& counted) {
+        EXPECT_EQ(onlyEntry(), entry);
+        EXPECT_EQ(moved(), counted);
+        EXPECT_EQ(config().vrfs(), entry == "-" ? 0u : 1u);
+        expectShadowsOfEntries();
+    }
+};
+
+TEST_F(Decision, thereAndNotSelectivePermanentIsRewritten) {
+    given(Existing::permanent);
+    announce(address(ip1));
+    expect(permanent(macA), once(Id::inputPermanentRewritten));
+    otherCaller();
+    expect(permanent(macA), once(Id::inputPermanentRewritten));
+}
+TEST_F(Decision, thereAndNotSelectiveDynamicTurnsPermanent) {
+    given(Existing::dynamic);
+    announce(address(ip1));
+    expect(permanent(macA), once(Id::inputPermanentRewritten));
+}
+TEST_F(Decision, thereAndNotSelectiveIsAdded) {
+    given(Existing::none);
+    announce(address(ip1));
+    expect(permanent(macA), once(Id::inputPermanentAdded));
+}
+TEST_F(Decision, thereAndSelectivePermanentIsRewritten) {
+    given(Existing::permanent);
+    selectiveIs(true);
+    EXPECT_EQ(moved(), Moved()) << "the flag is read, not followed";
+    quietRemoteIs(ip1, macB);
+    remote->ipToMac(address(ip1))->vlanIdMacAddressDel(host(macA));
+    announce(address(ip1));
+    expect(permanent(macB), once(Id::inputPermanentRewritten));
+    otherCaller();
+    expect(permanent(macB), once(Id::inputPermanentRewritten));
+}
+TEST_F(Decision, thereAndSelectiveDynamicIsDeleted) {
+    given(Existing::dynamic);
+    selectiveIs(true);
+    announce(address(ip1));
+    expect("-", once(Id::inputDeleted));
+}
+TEST_F(Decision, thereAndSelectiveNothingIsAdded) {
+    given(Existing::none);
+    selectiveIs(true);
+    TraceCapture capture("ArpSuppression=8");
+    announce(address(ip1));
+    expect("-", {});
+    EXPECT_EQ(capture.count(" arpInputConfigVrf not found vrfName=default\n"), 1u);
+    EXPECT_EQ(capture.count(" no arpInputConfigVrf vrfName=default\n"), 1u);
+    EXPECT_FALSE(capture.contains("updated="));
+}
+TEST_F(Decision, thereAndSelectiveNothingIsAddedBesideOthers) {
+    given(Existing::permanent, ip2);
+    selectiveIs(true);
+    quietRemoteIs(ip1, macB);
+    announce(address(ip1));
+    expect(permanent(macA), {});
+}
+TEST_F(Decision, goneRefreshOnPermanentIsVerified) {
+    given(Existing::permanent);
+    remoteDel(ip1);
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+}
+TEST_F(Decision, goneRefreshOnDynamicIsVerified) {
+    given(Existing::dynamic);
+    remoteDel(ip1);
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+}
+TEST_F(Decision, goneRefreshOnNothingStaysNothing) {
+    given(Existing::none);
+    remoteDel(ip1);
+    expect("-", {});
+}
+TEST_F(Decision, goneRefreshOnSelectiveMakesNoDifference) {
+    given(Existing::permanent);
+    selectiveIs(true);
+    remoteDel(ip1);
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+}
+TEST_F(Decision, goneRefreshOnOthersDeletePermanent) {
+    given(Existing::permanent);
+    quietRemoteDel(address(ip1));
+    otherCaller();
+    expect("-", once(Id::inputDeleted));
+}
+TEST_F(Decision, goneRefreshOnOthersDeleteDynamic) {
+    given(Existing::dynamic);
+    quietRemoteDel(address(ip1));
+    otherCaller();
+    expect("-", once(Id::inputDeleted));
+}
+TEST_F(Decision, goneRefreshOnOthersLeaveNothing) {
+    given(Existing::none);
+    quietRemoteDel(address(ip1));
+    otherCaller();
+    expect("-", {});
+}
+TEST_F(Decision, goneRefreshOffPermanentIsDeleted) {
+    refreshToggleIs(false);
+    given(Existing::permanent);
+    remoteDel(ip1);
+    expect("-", once(Id::inputDeleted));
+}
+TEST_F(Decision, goneRefreshOffDynamicIsDeleted) {
+    refreshToggleIs(false);
+    given(Existing::dynamic);
+    remoteDel(ip1);
+    expect("-", once(Id::inputDeleted));
+}
+TEST_F(Decision, goneRefreshOffNothingStaysNothing) {
+    refreshToggleIs(false);
+    given(Existing::none);
+    remoteDel(ip1);
+    expect("-", {});
+}
+TEST_F(Decision, goneRefreshOffOthersDelete) {
+    refreshToggleIs(false);
+    given(Existing::permanent);
+    quietRemoteDel(address(ip1));
+    otherCaller();
+    expect("-", once(Id::inputDeleted));
+}
+TEST_F(Decision, goneRefreshOfAGlobalIpv6Address) {
+    given(Existing::permanent, "2001:db8::1");
+    remoteDel("2001:db8::1");
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+    EXPECT_EQ(entries().begin()->first, "default 2001:db8::1 ");
+}
+TEST_F(Decision, goneRefreshOfALinkLocalAddress) {
+    given(Existing::permanent, "fe80::1", 20);
+    remoteDel("fe80::1", 20);
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+    EXPECT_EQ(entries().begin()->first, "default fe80::1 Vlan20");
+}
+
+TEST_F(Decision, theRefreshToggleIsReadOnce) {
+    given(Existing::permanent); // nobody has needed it yet
+    refreshToggleIs(false);
+    remoteDel(ip1);
+    expect("-", once(Id::inputDeleted));
+    refreshToggleIs(true);
+    remoteIs(ip1, macA);
+    moved();
+    remoteDel(ip1);
+    expect("-", once(Id::inputDeleted));
+}
+
+TEST_F(Decision, aRefreshedEntryTurnsPermanentWhenTheBindingIsBack) {
+    given(Existing::permanent);
+    remoteDel(ip1);
+    moved();
+    remoteIs(ip1, macB);
+    expect(permanent(macB), once(Id::inputPermanentRewritten));
+}
+
+TEST_F(Decision, aVlanThatHasLeftTheVrfRefreshesNothingThere) {
+    given(Existing::permanent);
+    auto old = address(ip1);
+    vlanDel(10);
+    vlanIs(10, "red", 2);
+    remoteDel(old);
+    expect("-", {{Id::inputNoVlanL3Info, 1}, {Id::inputDeleted, 1}});
+}
+TEST_F(Decision, aVrfThatEndsWithItsLastBindingTakesTheEntryAlong) {
+    given(Existing::permanent, "10.0.0.3", 30);
+    auto old = address("10.0.0.3", 30);
+    vlanDel(30);
+    remoteDel(old);
+    EXPECT_TRUE(old.vrfInfo()->destroyed());
+    expect("-", {{Id::inputNoVlanL3Info, 1}, {Id::inputDeleted, 1}});
+    walkToTheEnd();
+}
+TEST_F(Decision, theSameForAGlobalIpv6Address) {
+    given(Existing::permanent, "2001:db8::3", 30);
+    auto old = address("2001:db8::3", 30);
+    vlanDel(30);
+    remoteDel(old);
+    expect("-", once(Id::inputDeleted));
+    walkToTheEnd();
+}
+
+// A suppression event installs whatever the flag says
+
+TEST_F(Decision, aSuppressionEventInstalls) {
+    given(Existing::none);
+    selectiveIs(true);
+    trigger->event(address(ip1), true);
+    expect(permanent(macA), once(Id::inputPermanentAdded));
+    trigger->event(address(ip1), true);
+    expect(permanent(macA), once(Id::inputPermanentRewritten));
+}
+TEST_F(Decision, aSuppressionEventTurnsADynamicEntry) {
+    given(Existing::dynamic);
+    selectiveIs(true);
+    trigger->event(address(ip1), true);
+    expect(permanent(macA), once(Id::inputPermanentRewritten));
+}
+TEST_F(Decision, aSuppressionEventWithoutABindingInstallsNothing) {
+    startComplete();
+    trigger->event(address(ip1), true);
+    expect("-", {});
+}
+
+// Hosts that are multihomed to this switch
+
+class Multihomed : public Decision {
+  protected:
+    void given() {
+        startComplete();
+        selectiveIs(true);
+    }
+};
+
+TEST_F(Multihomed, isInstalledInFull) {
+    given();
+    TraceCapture capture("ArpSuppression=8");
+    remoteIs(ip1, macA, 10, true);
+    expect(permanent(macA), once(Id::inputPermanentAdded));
+    EXPECT_EQ(capture.count(" Ignoring selective install for local multihomed "
+                            "vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.1;>\n"),
+              1u)
+        << capture.text();
+}
+TEST_F(Multihomed, notWhereTheToggleIsOff) {
+    installToggleIs(false);
+    given();
+    remoteIs(ip1, macA, 10, true);
+    expect("-", {});
+}
+TEST_F(Multihomed, notWhereThereAreTwoMacs) {
+    given();
+    quietRemoteIs(ip1, macA, 10, true);
+    remoteIs(ip1, macB, 10, true);
+    expect("-", {});
+}
+TEST_F(Multihomed, notWhereTheMacIsNotFlagged) {
+    given();
+    remoteIs(ip1, macA);
+    expect("-", {});
+}
+TEST_F(Multihomed, theToggleIsReadOnceAndOnlyWhereTheFlagIsOn) {
+    startComplete();
+    remoteIs(ip1, macA, 10, true); // without the flag nobody asks
+    remoteIs(ip2, macB, 10, true);
+    installToggleIs(false);
+    selectiveIs(true);
+    quietRemoteIs("10.0.0.3", macA, 10, true);
+    announce(address("10.0.0.3"));
+    EXPECT_EQ(entries().size(), 2u);
+    installToggleIs(true);
+    announce(address("10.0.0.3"));
+    EXPECT_EQ(entries().size(), 2u);
+}
+TEST_F(Multihomed, isRememberedAndHandedOverOnce) {
+    given();
+    remoteIs(ip1, macA, 10, true);
+    const auto& remembered = sm->localMultihomedRemoteBindingCollection();
+    ASSERT_TRUE(remembered.find(address(ip1)));
+    EXPECT_EQ(*remembered.find(address(ip1)), host(macA));
+    moved();
+    remoteDel(ip1);
+    expect(refreshed(macA), once(Id::inputDynamicRewritten));
+    EXPECT_EQ(remembered.size(), 0u);
+}
+TEST_F(Multihomed, theRememberedHostCountsAndNotTheEntrys) {
+    given();
+    remoteIs(ip1, macA, 10, true);
+    config().vrf("default")->afEntryPermanentIs(key(ip1), Zinc::EthAddr(macB), config().source());
+    remoteDel(ip1);
+    EXPECT_EQ(onlyEntry(), refreshed(macA));
+}
+TEST_F(Multihomed, isForgottenWhenItIsNotAnyMore) {
+    given();
+    remoteIs(ip1, macA, 10, true);
+    remoteIs(ip1, macA, 10, false);
+    EXPECT_EQ(sm->localMultihomedRemoteBindingCollection().size(), 0u);
+}
+TEST_F(Multihomed, theFirstMacDecides) {
+    given();
+    remoteIs(ip1, macA, 10, true);
+    remoteIs(ip1, macB, 10, false);
+    EXPECT_EQ(*sm->localMultihomedRemoteBindingCollection().find(address(ip1)), host(macA));
+    remote->ipToMac(address(ip1))->vlanIdMacAddressDel(host(macA));
+    announce(address(ip1));
+    EXPECT_EQ(sm->localMultihomedRemoteBindingCollection().size(), 0u);
+    remoteIs(ip1, macB, 10, true);
+    EXPECT_EQ(*sm->localMultihomedRemoteBindingCollection().find(address(ip1)), host(macB));
+}
+TEST_F(Multihomed, isForgottenWhoeverSeesThatItHasGone) {
+    given();
+    remoteIs(ip1, macA, 10, true);
+    quietRemoteDel(address(ip1));
+    otherCaller();
+    EXPECT_EQ(sm->localMultihomedRemoteBindingCollection().size(), 0u);
+}
+
+// Local bindings
+
+TEST_F(ArpInputConfigSmTest, aLocalBindingNeedsTheKernelsEntry) {
+    TraceCapture capture("ArpSuppression=8");
+    localIs(ip1, macA);
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_TRUE(capture.contains("localBinding=<<<vrfName=default vrfId=1>;10.0.0.1;>;<vlanId=10 "
+                                 "macAddress=02:00:00:00:00:0a>;dynSt=no > arpStatusEntry=N/A\n"))
+        << capture.text();
+    EXPECT_EQ(moved(), Moved());
+}
+
+TEST_F(ArpInputConfigSmTest, aLocalBindingWinsOverARemoteOne) {
+    remoteIs(ip1, macB);
+    kernelIs(ip1, macA, true);
+    moved();
+    localIs(ip1, macA);
+    EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}}));
+    EXPECT_EQ(moved(), once(Id::inputDynamicRewritten));
+    announce(address(ip1));
+    EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}}));
+    trigger->event(address(ip1), true);
+    EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}}));
+    EXPECT_EQ(moved(), (Moved{{Id::inputDynamicRewritten, 2}}));
+    remoteDel(ip1);
+    EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}})) << "no refresh of what is known";
+}
+
+TEST_F(ArpInputConfigSmTest, aLocalBindingIsInstalledWhateverTheFlagSays) {
+    selectiveIs(true);
+    kernelIs(ip1, macA);
+    localIs(ip1, macA);
+    EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}}));
+    EXPECT_EQ(moved(), once(Id::inputDynamicAdded));
+    expectShadowsOfEntries();
+}
+
+TEST_F(ArpInputConfigSmTest, whenALocalBindingGoesTheRemoteOneIsBack) {
+    remoteIs(ip1, macB);
+    kernelIs(ip1, macA, true);
+    localIs(ip1, macA);
+    moved();
+    localDel(ip1);
+    EXPECT_EQ(entries(), (Entries{{at1, permanent(macB)}}));
+    EXPECT_EQ(moved(), once(Id::inputPermanentRewritten));
+    kernelDel(ip1);
+    localIs(ip2, macA);
+    kernelIs(ip2, macA, true, Arp::ArpSource::arpSuppression);
+    trigger->event(address(ip2), false);
+    moved();
+    localDel(ip2);
+    EXPECT_EQ(entries(), (Entries{{at1, permanent(macB)}}));
+    EXPECT_EQ(moved(), once(Id::inputDeleted));
+}
+
+TEST_F(ArpInputConfigSmTest, aLocalBindingWithoutL3InformationIsCounted) {
+    kernelIs(ip1, macA);
+    auto old = address(ip1);
+    localIs(ip1, macA);
+    EXPECT_EQ(entries().size(), 1u);
+    vlanDel(10);
+    moved();
+    TraceCapture capture("ArpSuppression=8");
+    trigger->event(old, false);
+    EXPECT_EQ(moved(), (Moved{{Id::inputNoVlanL3Info, 1}, {Id::inputDeleted, 1}}));
+    EXPECT_EQ(capture.count(" no vlanL3Info vlanId=10\n"), 1u) << capture.text();
+    EXPECT_EQ(entries(), Entries{});
+}
+
+TEST_F(ArpInputConfigSmTest, aRemoteBindingWithoutL3InformationIsCounted) {
+    auto here = address(ip1);
+    remote->ipToMacIs(here)->vlanIdMacAddressIs(host(macA, 77), false);
+    TraceCapture capture("ArpSuppression=8");
+    announce(here);
+    EXPECT_EQ(moved(), once(Id::inputNoVlanL3Info));
+    EXPECT_EQ(capture.count(" no vlanL3Info vlanId=77\n"), 1u) << capture.text();
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(config().vrfs(), 0u);
+}
+
+TEST_F(ArpInputConfigSmTest, theKernelsEntryIsThatOfTheBindingsInterface) {
+    kernelIs(ip1, macA, false, Arp::ArpSource::kernel, 20);
+    localIs(ip1, macA, 10);
+    EXPECT_EQ(entries(), Entries{});
+    localIs(ip1, macA, 20);
+    EXPECT_EQ(entries(), (Entries{{"default 10.0.0.1 Vlan20", dynamic(macA)}}));
+}
+
+TEST_F(ArpInputConfigSmTest, localBindingsOfIpv6Addresses) {
+    kernelIs("2001:db8::1", macA);
+    localIs("2001:db8::1", macA);
+    kernelIs("fe80::1", macB, false, Arp::ArpSource::kernel, 20);
+    localIs("fe80::1", macB, 20);
+    localIs("fe80::1", macB, 10); // which the kernel does not know
+    EXPECT_EQ(entries(), (Entries{{"default 2001:db8::1 ", dynamic(macA)},
+                                  {"default fe80::1 Vlan20", dynamic(macB)}}));
+    localDel("fe80::1", 20);
+    localDel("2001:db8::1");
+    EXPECT_EQ(entries(), Entries{});
+}
+
+TEST_F(ArpInputConfigSmTest, aBindingMadeWhileTheKernelKnowsTheHostGoesWithTheKernelsEntry) {
+    kernelIs(ip1, macA);
+    auto binding = localIs(ip1, macA);
+    EXPECT_TRUE(binding->arpStatusHasDynamicEntry());
+    kernelDel(ip1);
+    EXPECT_FALSE(record->bindingHas(address(ip1)));
+    EXPECT_EQ(entries(), Entries{});
+    kernelIs(ip2, macA, true, Arp::ArpSource::arpSuppression);
+    EXPECT_FALSE(localIs(ip2, macA)->arpStatusHasDynamicEntry());
+}
+
+// The kernel's entries
+
+class KernelEntry : public ArpInputConfigSmTest {
+  protected:
+    /// A local binding whose entry the agent has written.
+    KernelEntry() {
+        kernelIs(ip1, macA, true, Arp::ArpSource::arpSuppression);
+        binding = localIs(ip1, macA);
+        EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}}));
+        EXPECT_FALSE(binding->arpStatusHasDynamicEntry());
+        moved();
+    }
+    Vela::Ptr<LocalBinding> binding;
+};
+
+TEST_F(KernelEntry, goneAndNeverLearntIsDecidedAnew) {
+    quietRemoteIs(ip1, macB);
+    TraceCapture capture("ArpSuppression=8");
+    kernelDel(ip1);
+    EXPECT_EQ(entries(), (Entries{{at1, permanent(macB)}}));
+    EXPECT_TRUE(record->bindingHas(address(ip1)));
+    EXPECT_EQ(capture.count(" vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.1;> "
+                            "localBinding=<<<vrfName=default vrfId=1>;10.0.0.1;>;<vlanId=10 "
+                            "macAddress=02:00:00:00:00:0a>;dynSt=no > arpStatusEntry=N/A "
+                            "arpStatusEntryExists=no\n"),
+              1u)
+        << capture.text();
+}
+TEST_F(KernelEntry, goneAndNeverLearntNeedsNoEntry) {
+    kernelDel(ip1);
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(moved(), once(Id::inputDeleted));
+}
+TEST_F(KernelEntry, learntReplacesTheAgents) {
+    TraceCapture capture("ArpSuppression=8");
+    kernelIs(ip1, macA);
+    EXPECT_TRUE(binding->arpStatusHasDynamicEntry());
+    EXPECT_TRUE(record->bindingHas(address(ip1)));
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(moved(), once(Id::inputDeleted));
+    EXPECT_EQ(capture.count(" arpStatusEntry=[Vlan10,10.0.0.1,02:00:00:00:00:0a,static N,kernel] "
+                            "arpStatusEntryExists=yes\n"),
+              1u)
+        << capture.text();
+}
+TEST_F(KernelEntry, learntAndGoneTakesTheBindingAlong) {
+    kernelIs(ip1, macA);
+    kernelDel(ip1);
+    EXPECT_FALSE(record->bindingHas(address(ip1)));
+    EXPECT_EQ(entries(), Entries{});
+}
+TEST_F(KernelEntry, learntAndGoneLeavesTheRemoteBindings) {
+    quietRemoteIs(ip1, macB);
+    kernelIs(ip1, macA);
+    EXPECT_EQ(entries(), Entries{});
+    kernelDel(ip1);
+    EXPECT_FALSE(record->bindingHas(address(ip1)));
+    EXPECT_EQ(entries(), (Entries{{at1, permanent(macB)}}));
+}
+TEST_F(KernelEntry, learntAndThenStaticTakesTheBindingAlong) {
+    for (auto source : {Arp::ArpSource::kernel, Arp::ArpSource::arpSuppression}) {
+        localIs(ip1, macA);
+        kernelIs(ip1, macA);
+        kernelIs(ip1, macA, true, source);
+        EXPECT_FALSE(record->bindingHas(address(ip1)));
+        EXPECT_EQ(entries(), Entries{});
+    }
+}
+TEST_F(KernelEntry, anothersStaticEntryWins) {
+    kernelIs(ip1, macB, true, Arp::ArpSource(4));
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(moved(), once(Id::inputDeleted));
+    EXPECT_TRUE(record->bindingHas(address(ip1)));
+    EXPECT_FALSE(binding->arpStatusHasDynamicEntry());
+}
+TEST_F(KernelEntry, theAgentsOwnSeenBackIsNothing) {
+    TraceCapture capture("ArpSuppression=8");
+    kernelIs(ip1, macB, true, Arp::ArpSource::arpSuppression);
+    EXPECT_EQ(capture.count("handleArpStatus"), 1u);
+    EXPECT_EQ(entries(), (Entries{{at1, dynamic(macA)}}));
+    EXPECT_EQ(moved(), Moved());
+    EXPECT_TRUE(record->bindingHas(address(ip1)));
+    EXPECT_FALSE(binding->arpStatusHasDynamicEntry());
+}
+TEST_F(KernelEntry, ofAnIpv6NeighbourIsFollowed) {
+    localIs("fe80::1", macA, 20);
+    kernelIs("fe80::1", macA, false, Arp::ArpSource::kernel, 20);
+    EXPECT_TRUE(record->binding(address("fe80::1", 20))->arpStatusHasDynamicEntry());
+    kernelDel("fe80::1", 20);
+    EXPECT_FALSE(record->bindingHas(address("fe80::1", 20)));
+}
+TEST_F(KernelEntry, withoutALocalBindingIsLeftAlone) {
+    remoteIs(ip2, macB);
+    moved();
+    TraceCapture capture("ArpSuppression=8");
+    kernelIs(ip2, macB);
+    kernelDel(ip2);
+    EXPECT_EQ(
+        capture.count(" no localBinding vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.2;>\n"), 2u)
+        << capture.text();
+    EXPECT_EQ(moved(), Moved());
+    EXPECT_EQ(entries().size(), 2u);
+}
+TEST_F(KernelEntry, onNoVlanOfOursIsLeftAlone) {
+    TraceCapture capture("ArpSuppression=8");
+    kernelIs(ip1, macA, false, Arp::ArpSource::kernel, 77);
+    state().arpStatus->entryIs(
+        {{Vrf::VrfId(1), Zinc::IntfId("Ethernet1"), Zinc::IpGenAddr(ip1)}, Zinc::EthAddr(macA)});
+    runUntilIdle();
+    EXPECT_EQ(capture.count(" no vrfIpAddress intfId=Vlan77 addr=10.0.0.1\n"), 1u);
+    EXPECT_EQ(capture.count(" no vrfIpAddress intfId=Ethernet1 addr=10.0.0.1\n"), 1u);
+    EXPECT_EQ(moved(), Moved());
+    EXPECT_FALSE(binding->arpStatusHasDynamicEntry());
+}
+TEST_F(KernelEntry, onAnInterfaceNamedLikeNoVlanEndsThatReactionOnly) {
+    kernelIs(ip1, macA, false, Arp::ArpSource::kernel, 4095);
+    EXPECT_EQ(moved(), Moved());
+    kernelIs(ip1, macA);
+    EXPECT_TRUE(binding->arpStatusHasDynamicEntry());
+}
+
+// Where an entry is written
+
+TEST_F(ArpInputConfigSmTest, anotherInterfaceIsAnotherEntry) {
+    remoteIs(ip1, macA, 10);
+    quietRemoteIs(ip1, macB, 20);
+    remote->ipToMac(address(ip1))->vlanIdMacAddressDel(host(macA, 10));
+    moved();
+    TraceCapture capture("ArpSuppression=8");
+    announce(address(ip1));
+    EXPECT_EQ(entries(), (Entries{{"default 10.0.0.1 Vlan20", permanent(macB)}}));
+    EXPECT_EQ(moved(), (Moved{{Id::inputDeleted, 1}, {Id::inputPermanentAdded, 1}}));
+    EXPECT_EQ(capture.count(" interface change intfId=Vlan20 shadowIntfId=Vlan10\n"), 1u)
+        << capture.text();
+    EXPECT_EQ(capture.count(" vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.1;> intfId=Vlan10 "
+                            "deletedEntry=yes\n"),
+              1u)
+        << capture.text();
+    expectShadowsOfEntries();
+}
+
+TEST_F(ArpInputConfigSmTest, anotherInterfaceForALocalHost) {
+    remoteIs(ip1, macA, 10);
+    kernelIs(ip1, macB, true, Arp::ArpSource::arpSuppression, 20);
+    localIs(ip1, macB, 20);
+    EXPECT_EQ(entries(), (Entries{{"default 10.0.0.1 Vlan20", dynamic(macB)}}));
+    expectShadowsOfEntries();
+}
+
+TEST_F(ArpInputConfigSmTest, anotherInterfaceIsNotInstalledWhereOnlyUpdatesAre) {
+    remoteIs(ip1, macA, 10);
+    selectiveIs(true);
+    quietRemoteIs(ip1, macB, 20);
+    remote->ipToMac(address(ip1))->vlanIdMacAddressDel(host(macA, 10));
+    announce(address(ip1));
+    EXPECT_EQ(entries(), Entries{});
+    expectShadowsOfEntries();
+}
+
+TEST_F(ArpInputConfigSmTest, ipv6EntriesStandUnderTheAddresssInterface) {
+    remoteIs("2001:db8::1", macA, 10);
+    remoteIs("fe80::1", macA, 10);
+    remoteIs("fe80::1", macB, 20);
+    EXPECT_EQ(entries(), (Entries{{"default 2001:db8::1 ", permanent(macA)},
+                                  {"default fe80::1 Vlan10", permanent(macA)},
+                                  {"default fe80::1 Vlan20", permanent(macB)}}));
+    EXPECT_EQ(sm->ipv4VlanIntfIdShadowCollection().size(), 0u);
+    EXPECT_EQ(moved(), (Moved{{Id::inputPermanentAdded, 3}}));
+}
+
+TEST_F(ArpInputConfigSmTest, theLastEntryTakesTheVrfAlong) {
+    remoteIs(ip1, macA);
+    remoteIs("10.0.0.3", macA, 30);
+    quietRemoteDel(address(ip1));
+    trigger->event(address(ip1), false);
+    EXPECT_FALSE(config().vrf("default"));
+    EXPECT_TRUE(config().vrf("red"));
+    remoteIs("2001:db8::1", macA);
+    remoteIs(ip1, macA);
+    quietRemoteDel(address(ip1));
+    trigger->event(address(ip1), false);
+    EXPECT_TRUE(config().vrf("default")) << "the IPv6 entry is there";
+}
+
+TEST_F(ArpInputConfigSmTest, entriesCarryTheConfiguredSource) {
+    config().sourceIs(Arp::ArpSource(7));
+    remoteIs(ip1, macA);
+    EXPECT_EQ(entries()[at1],
+              "<macAddress=02:00:00:00:00:0a type=permanent source=7 quickRefresh=none>");
+}
+
+// What is not to be done
+
+TEST_F(ArpInputConfigSmTest, noAddressIsNothing) {
+    TraceCapture capture("ArpSuppression=8");
+    trigger->event({}, true);
+    remote->lastVrfIpAddressChangeIs(address(ip1));
+    capture.clear();
+    remote->lastVrfIpAddressChangeIs({});
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(entries(), Entries{});
+    EXPECT_EQ(moved(), Moved());
+}
+
+TEST_F(ArpInputConfigSmTest, anAddressWithoutMacIsNothing) {
+    remote->ipToMacIs(address(ip1));
+    announce(address(ip1));
+    EXPECT_EQ(entries(), Entries{});
+}
+
+TEST_F(ArpInputConfigSmTest, anAddressWithoutVrfIsNothing) {
+    trigger->event({nullptr, Zinc::IpGenAddr(ip1)}, true);
+    EXPECT_EQ(config().vrfs(), 0u);
+    EXPECT_EQ(moved(), Moved());
+}
+
+TEST_F(ArpInputConfigSmTest, theSameEntryAgainIsAnnouncedToNobody) {
+    remoteIs(ip1, macA);
+    unsigned told = 0;
+    auto reaction = config().vrf("default")->ipv4EntryCollection().react(
+        nullptr, [&](const Arp::InputConfigKey&) { ++told; });
+    announce(address(ip1));
+    EXPECT_EQ(told, 0u);
+    remoteIs(ip1, macB);
+    EXPECT_EQ(told, 0u) << "the first MAC address stays";
+}
+
+TEST_F(ArpInputConfigSmTest, eachEventIsHandled) {
+    quietRemoteIs(ip1, macA);
+    TraceCapture capture("ArpSuppression=8");
+    trigger->event(address(ip1), true);
+    trigger->event(address(ip1), true);
+    EXPECT_EQ(capture.count("handleArpInputConfigTrigger"), 2u);
+    EXPECT_EQ(capture.count("trigger=<vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.1;> "
+                            "suppressionEvent=yes trigger=1>\n"),
+              1u)
+        << capture.text();
+    EXPECT_EQ(capture.count("  vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.1;> "
+                            "suppressionEvent=yes\n"),
+              2u);
+    EXPECT_EQ(capture.count(" updated=<ipAddress=10.0.0.1 intfId=Vlan10> "
+                            "vlanIdMacAddress=<vlanId=10 macAddress=02:00:00:00:00:0a> "
+                            "dynamicOrPermanent=permanent existing=no\n"),
+              1u)
+        << capture.text();
+    EXPECT_EQ(capture.count(" dynamicOrPermanent=permanent existing=yes\n"), 1u);
+    EXPECT_EQ(moved(), (Moved{{Id::inputPermanentAdded, 1}, {Id::inputPermanentRewritten, 1}}));
+}
+
+// The end
+
+TEST_F(ArpInputConfigSmTest, itsEndWithdrawsEverything) {
+    remoteIs(ip1, macA);
+    remoteIs("fe80::1", macA, 20);
+    remoteIs("10.0.0.3", macA, 30);
+    permanentIs("10.0.0.9", macB, "Vlan99", "nobody's"); // which no walk has seen
+    unsigned gone = 0;
+    auto reaction = config()
+                        .vrf("nobody's")
+                        ->ipv4EntryCollection()
+                        .react(nullptr, [&](const Arp::InputConfigKey&) { ++gone; });
+    moved();
+    TraceCapture capture("ArpSuppression=8");
+    sm->destroy();
+    EXPECT_EQ(config().vrfs(), 0u);
+    EXPECT_EQ(gone, 1u);
+    EXPECT_EQ(capture.count("handleDestroy ArpInputConfigSm("), 1u);
+    EXPECT_FALSE(slice());
+    announce(address(ip1));
+    kernelIs(ip1, macA);
+    localIs(ip1, macA);
+    trigger->event(address(ip1), true);
+    EXPECT_EQ(config().vrfs(), 0u);
+    EXPECT_EQ(moved(), Moved());
+}
+
+TEST_F(ArpInputConfigSmTest, whoIsToldOfAnEntryMayEndIt) {
+    remoteIs(ip1, macA, 10);
+    quietRemoteIs(ip1, macB, 20);
+    remote->ipToMac(address(ip1))->vlanIdMacAddressDel(host(macA, 10));
+    auto reaction = config().vrf("default")->ipv4EntryCollection().react(
+        nullptr, [&](const Arp::InputConfigKey&) { sm->destroy(); });
+    announce(address(ip1));
+    EXPECT_EQ(config().vrfs(), 0u) << "nothing is written after the end";
+}
+
+// Our own errors
+
+TEST_F(ArpInputConfigSmDeathTest, anAddressHasAFamily) {
+    remoteIs(ip1, macA);
+    VrfIpAddress noFamily(address(ip1).vrfInfo(), Zinc::IpGenAddr());
+    EXPECT_DEATH(trigger->event(noFamily, false),
+                 "ArpInputConfigSm.*\"ipAddress.af\\(\\) != Zinc::ipunknown\\(\\)\"");
+    remote->ipToMacIs(noFamily)->vlanIdMacAddressIs(host(macA), false);
+    EXPECT_DEATH(trigger->event(noFamily, true),
+                 "ArpInputConfigSm.*\"ipAddress.af\\(\\) != Zinc::ipunknown\\(\\)\"");
+}
+
+TEST_F(ArpInputConfigSmDeathTest, aLocalBindingsAddressIsOfAFamilyWithATable) {
+    VrfIpAddress noFamily(address(ip1).vrfInfo(), Zinc::IpGenAddr());
+    EXPECT_DEATH(record->createLocalBinding(noFamily, host(macA)), "\"false\"");
+}
+
+// Forms
+
+TEST_F(ArpInputConfigSmTest, dumps) {
+    Vela::DumpContext empty;
+    sm->dumpState(empty, 0);
+    EXPECT_EQ(empty.text(), "ArpInputConfigSm\n"
+                            "  walkStage walkComplete\n"
+                            "  ipv4VlanIntfIdShadow[] #0\n"
+                            "  localMultihomedRemoteBinding[] #0\n");
+    remoteIs(ip1, macA, 20, true);
+    Vela::DumpContext dump;
+    sm->dumpState(dump, 2);
+    EXPECT_EQ(dump.text(), "  ArpInputConfigSm\n"
+                           "    walkStage walkComplete\n"
+                           "    ipv4VlanIntfIdShadow[] #1\n"
+                           "      <<vrfName=default vrfId=1>;10.0.0.1;> -> Vlan20\n"
+                           "    localMultihomedRemoteBinding[] #1\n"
+                           "      <<vrfName=default vrfId=1>;10.0.0.1;> -> <vlanId=20 "
+                           "macAddress=02:00:00:00:00:0a>\n");
+}
+
+TEST_F(ArpInputConfigSmTest, recordsEachEntryInTheRingBufferFile) {
+    Testing::TemporaryDirectory logs;
+    Vela::Swiftlog::defaultDirectoryIs(logs.path());
+    Vela::SwiftlogConfig swiftlog;
+    swiftlog.fileName = "Entries.sl";
+    Vela::Swiftlog::initialize(swiftlog);
+    remoteIs(ip1, macA);
+    remoteDel(ip1);
+    selectiveIs(true);
+    remoteIs("fe80::1", macB, 20);
+    kernelIs("2001:db8::3", macA, false, Arp::ArpSource::kernel, 30);
+    localIs("2001:db8::3", macA, 30);
+    Vela::SwiftlogReader reader(Vela::Swiftlog::fileName());
+    EXPECT_TRUE(reader.problems().empty());
+    std::vector<std::string> texts;
+    for (const auto& entry : reader.records()) {
+        EXPECT_EQ(entry.type->unit, "ArpSuppression/ArpInputConfigSm");
+        EXPECT_EQ(entry.type->title, "updateEntry");
+        texts.push_back(entry.text());
+    }
+    EXPECT_EQ(texts,
+              (std::vector<std::string>{
+                  "type=permanent vrfName=default ipAddress=10.0.0.1 intfId= onlyUpdate=no "
+                  "vlanId=10 macAddress=02:00:00:00:00:0a refresh=no",
+                  "type=dynamic vrfName=default ipAddress=10.0.0.1 intfId= onlyUpdate=yes "
+                  "vlanId=10 macAddress=02:00:00:00:00:0a refresh=yes",
+                  "type=permanent vrfName=default ipAddress=fe80::1 intfId=Vlan20 onlyUpdate=yes "
+                  "vlanId=20 macAddress=02:00:00:00:00:0b refresh=no",
+                  "type=dynamic vrfName=red ipAddress=2001:db8::3 intfId= onlyUpdate=no "
+                  "vlanId=30 macAddress=02:00:00:00:00:0a refresh=no"}));
+    Vela::Swiftlog::close();
+}
+
+TEST_F(ArpInputConfigSmTest, runsAtPriority3UnderItsName) {
+    Vela::DumpContext context;
+    walks->dumpState(context, 0);
+    EXPECT_NE(context.text().find("ArpInputConfigSm priority=3"), std::string::npos)
+        << context.text();
+}
+
+} // namespace
+} // namespace ArpSuppression
