@@ -1,6 +1,8 @@
 #include "ArpSuppression/ArpSuppressionAgent.h"
 
 #include "ArpSuppression/ArpSuppressionTrace.h"
+#include "ArpSuppression/ExplainAddress.h"
+#include "ArpSuppression/ShowLocalBindings.h"
 #include "ArpSuppression/ShowStatus.h"
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/Swiftlog.h"
@@ -149,6 +151,8 @@ void ArpSuppressionAgent::doMountsComplete(Vela::MountStatus mountStatus,
     commandRequestDirSm().callbackIs(Vela::make<CliCallback>(rootSm()));
     commandRequestDirSm().callbackIs(Vela::make<ShowStatusCallback>(rootSm()));
     commandRequestDirSm().callbackIs(Vela::make<ShowVlansCallback>(rootSm()));
+    commandRequestDirSm().callbackIs(Vela::make<ShowLocalBindingsCallback>(rootSm()));
+    commandRequestDirSm().callbackIs(Vela::make<ExplainCallback>(rootSm()));
 }
 
 void ArpSuppressionAgent::vrfIdReverseMapperIs(

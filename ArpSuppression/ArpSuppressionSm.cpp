@@ -8,10 +8,8 @@
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/SwiftlogType.h"
 
-#include <array>
 #include <boost/system/error_code.hpp>
 #include <cerrno>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -25,9 +23,6 @@ using Vela::assertThat;
 constexpr size_t replyBytes =
     Vela::EthHdr::wireBytes + Vela::Dot1qHdr::wireBytes + Vela::ArpHdr::wireBytes;
 static_assert(replyBytes == 46);
-
-constexpr std::array<const char*, 5> connectionNames = {
-    "unknown", "remote", "localSinglehomed", "localMultihomedDf", "localMultihomedNonDf"};
 
 /// A decision, as the ring-buffer file keeps it.
 struct DecisionRecord {
@@ -68,38 +63,6 @@ bool isUsableAddress(const Zinc::IpGenAddr& ipAddress) {
 }
 
 } // namespace
-
-char macConnectionTypeChar(MacConnectionType type) {
-    constexpr std::string_view chars = "URSDN";
-    auto value = static_cast<size_t>(type);
-    assertThat(value < chars.size(), "false");
-    return chars[value];
-}
-
-const char* stringValue(MacConnectionType type) {
-    auto value = static_cast<size_t>(type);
-    assertThat(value < connectionNames.size(), "false");
-    return connectionNames[value];
-}
-
-std::string valueToStrep(MacConnectionType type) {
-    return stringValue(type);
-}
-
-/// What a decision rests on.
-struct ArpSuppressionSm::Facts {
-    Zinc::EthAddr localBindingMacAddress;
-    bool hasRemoteBinding = false;
-    Zinc::EthAddr remoteBindingMacAddress;
-    bool ignoreVxlan = false; // there is a binding, and who has it answers by itself
-    Zinc::EthAddr bindingMacAddress;
-    Bridging::QuarryFdbStatus fdbEntry;
-    MacConnectionType connectionType = MacConnectionType::unknown;
-    bool targetIsMine = false;
-    bool probe = false;
-    bool announcement = false;
-    bool localArpReq = false;
-};
 
 ArpSuppressionSm::ArpSuppressionSm(
     Vela::Ptr<const MessageTrap> receivedRequestTrap, Vela::Ptr<MessageQueue> reinjectMessageQueue,
@@ -174,8 +137,10 @@ void ArpSuppressionSm::handleTrappedRequest() {
     if (!trappedRequest) {
         return;
     }
-    Facts facts = gather(*trappedRequest);
-    if (facts.ignoreVxlan) {
+    TargetFacts facts = targetFacts(trappedRequest->vlanId(), trappedRequest->targetIpAddress());
+    Asker asker = askerOf(*trappedRequest, facts);
+    Decision decision = decide(facts, asker);
+    if (decision.rule == DecisionRule::remoteVxlan) {
         TRACE(trace, 8, this,
               "handleTrappedRequest"
                   << " ignore request for remote VXLAN binding");
@@ -186,25 +151,24 @@ void ArpSuppressionSm::handleTrappedRequest() {
                             << " localBindingMacAddress=" << facts.localBindingMacAddress
                             << " remoteBindingMacAddress=" << facts.remoteBindingMacAddress
                             << " connectionType=" << facts.connectionType << " localArpReq="
-                            << facts.localArpReq << " targetIsMine=" << facts.targetIsMine
-                            << " probe=" << facts.probe << " announcement=" << facts.announcement
+                            << asker.localArpReq << " targetIsMine=" << facts.targetIsMine
+                            << " probe=" << asker.probe << " announcement=" << asker.announcement
                             << " fdbIntf=" << facts.fdbEntry.intf);
     decisionRecord.write({trappedRequest->vlanId().value(), trappedRequest->srcIntfId().name(),
                           trappedRequest->senderIpAddress(), trappedRequest->senderMacAddress(),
                           trappedRequest->targetIpAddress(), facts.localBindingMacAddress,
                           facts.remoteBindingMacAddress,
-                          macConnectionTypeChar(facts.connectionType), facts.localArpReq,
-                          facts.targetIsMine, facts.probe, facts.announcement,
+                          macConnectionTypeChar(facts.connectionType), asker.localArpReq,
+                          facts.targetIsMine, asker.probe, asker.announcement,
                           facts.fdbEntry.intf.name()});
-    decide(trappedRequest, facts);
+    carryOut(trappedRequest, decision);
 }
 
 /// The tables are far larger than the processor's caches: what one lookup needs is on its way from
 /// memory while another is at work.
-ArpSuppressionSm::Facts ArpSuppressionSm::gather(const TrappedMessage& trappedRequest) const {
-    Facts facts;
-    Bridging::VlanId vlanId = trappedRequest.vlanId();
-    const Zinc::IpGenAddr& targetIp = trappedRequest.targetIpAddress();
+TargetFacts ArpSuppressionSm::targetFacts(Bridging::VlanId vlanId,
+                                          const Zinc::IpGenAddr& targetIp) const {
+    TargetFacts facts;
     auto remote = remoteBindingConfig_->remoteBindingCollection().lookup({vlanId, targetIp});
     facts.hasRemoteBinding = remote.find();
     facts.remoteBindingMacAddress = remote.record().macAddress;
@@ -223,10 +187,6 @@ ArpSuppressionSm::Facts ArpSuppressionSm::gather(const TrappedMessage& trappedRe
         const bool* mine = vlanL3Info->ipAddressCollection().find(targetIp);
         facts.targetIsMine = mine && *mine;
     }
-    facts.probe = trappedRequest.senderIpAddress().isUnspecified();
-    facts.announcement = !facts.probe && trappedRequest.senderIpAddress() == targetIp;
-    facts.localArpReq = localArpRequest(trappedRequest);
-
     if (isLocal) {
         facts.bindingMacAddress = facts.localBindingMacAddress;
         facts.fdbEntry = bridgingStatus_->quarryFdbStatus({fid, facts.bindingMacAddress});
@@ -239,58 +199,33 @@ ArpSuppressionSm::Facts ArpSuppressionSm::gather(const TrappedMessage& trappedRe
     return facts;
 }
 
-void ArpSuppressionSm::decide(const Vela::Ptr<const TrappedMessage>& trappedRequest,
-                              const Facts& facts) {
-    if (facts.targetIsMine) {
-        count(Id::targetIsMine);
-    } else if (facts.announcement || facts.probe) {
-        sendToRemoteTeps(trappedRequest);
-    } else {
-        decideByConnection(trappedRequest, facts);
-    }
+Asker ArpSuppressionSm::askerOf(const TrappedMessage& trappedRequest,
+                                const TargetFacts& facts) const {
+    Asker asker;
+    asker.probe = trappedRequest.senderIpAddress().isUnspecified();
+    asker.announcement =
+        !asker.probe && trappedRequest.senderIpAddress() == trappedRequest.targetIpAddress();
+    asker.localArpReq = localArpRequest(trappedRequest);
+    Zinc::IntfId srcIntfId = trappedRequest.srcIntfId();
+    asker.port = !srcIntfId                         ? Asker::Port::unknown
+                 : srcIntfId == facts.fdbEntry.intf ? Asker::Port::ofTarget
+                                                    : Asker::Port::other;
+    return asker;
 }
 
-/// Who is here answers for itself, with two exceptions: what the switch itself asks about a host on
-/// a segment, and a segment without a forwarder, whose host may not be reached by a flood.
-void ArpSuppressionSm::decideByConnection(const Vela::Ptr<const TrappedMessage>& trappedRequest,
-                                          const Facts& facts) {
-    const Zinc::EthAddr& remoteMac = facts.remoteBindingMacAddress;
-    switch (facts.connectionType) {
-    case MacConnectionType::unknown:
-    case MacConnectionType::remote:
-        if (facts.hasRemoteBinding) {
-            count(Id::answeredFromRemoteBinding);
-            issueReply(*trappedRequest, facts.bindingMacAddress, facts.fdbEntry);
-        } else {
-            sendToRemoteTeps(trappedRequest);
-        }
-        return;
-    case MacConnectionType::localSinglehomed:
-        count(Id::localTargetNotAnswered);
-        return;
-    case MacConnectionType::localMultihomedDf:
-        if (facts.localArpReq && !remoteMac.isZero()) {
-            count(Id::answeredForDesignatedForwarder);
-            issueReply(*trappedRequest, remoteMac, facts.fdbEntry);
-        } else {
-            count(Id::localTargetNotAnswered);
-        }
-        return;
-    case MacConnectionType::localMultihomedNonDf:
-        if (facts.localArpReq && !facts.localBindingMacAddress.isZero()) {
-            if (remoteMac.isZero()) {
-                sendToRemoteTeps(trappedRequest);
-            } else {
-                count(Id::answeredForNonDesignatedForwarder);
-                issueReply(*trappedRequest, remoteMac, facts.fdbEntry);
-            }
-        } else {
-            count(Id::answeredForNonDesignatedForwarder);
-            issueReply(*trappedRequest, facts.bindingMacAddress, facts.fdbEntry);
-        }
-        return;
+void ArpSuppressionSm::carryOut(const Vela::Ptr<const TrappedMessage>& trappedRequest,
+                                const Decision& decision) {
+    if (decision.counter) {
+        count(*decision.counter);
     }
-    assertThat(false, "false");
+    if (auto counter = counterOf(decision.action)) {
+        count(*counter);
+    }
+    if (decision.action == DecisionAction::sendToRemoteTeps) {
+        sendToRemoteTeps(trappedRequest);
+    } else if (decision.action != DecisionAction::nothing) {
+        issueReply(*trappedRequest, decision);
+    }
 }
 
 Zinc::EthAddr ArpSuppressionSm::lookupLocalDynamicBinding(Bridging::VlanId vlanId,
@@ -345,32 +280,25 @@ bool ArpSuppressionSm::localArpRequest(const TrappedMessage& trappedRequest) con
     return sender == bridgingConfig_->bridgeMacAddr() || sender == varpVirtualMac();
 }
 
-void ArpSuppressionSm::issueReply(const TrappedMessage& trappedRequest,
-                                  const Zinc::EthAddr& macAddress,
-                                  const Bridging::QuarryFdbStatus& fdbEntry) {
-    if (localArpRequest(trappedRequest)) {
-        TRACE(trace, 8, this,
-              "localReq"
-                  << " trappedRequest=" << trappedRequest << " macAddress=" << macAddress);
+void ArpSuppressionSm::issueReply(const TrappedMessage& trappedRequest, const Decision& decision) {
+    const char* what =
+        decision.action == DecisionAction::bind                ? "localReq"
+        : decision.action == DecisionAction::unknownSourcePort ? "unknown source port"
+        : decision.action == DecisionAction::samePort          ? "source and target on same port"
+                                                               : "send reply";
+    TRACE(trace, 8, this,
+          what << " trappedRequest=" << trappedRequest << " macAddress=" << decision.macAddress);
+    if (decision.action == DecisionAction::bind) {
         maybeCreateStaticBinding(trappedRequest.vlanId(), trappedRequest.targetIpAddress(),
-                                 macAddress, false);
-    } else if (!trappedRequest.srcIntfId()) {
-        TRACE(trace, 8, this,
-              "unknown source port"
-                  << " trappedRequest=" << trappedRequest << " macAddress=" << macAddress);
-        count(Id::unknownSourcePort);
-    } else if (trappedRequest.srcIntfId() == fdbEntry.intf) {
-        TRACE(trace, 8, this,
-              "source and target on same port"
-                  << " trappedRequest=" << trappedRequest << " macAddress=" << macAddress);
-        count(Id::sourceAndTargetOnSamePort);
-    } else {
-        TRACE(trace, 8, this,
-              "send reply"
-                  << " trappedRequest=" << trappedRequest << " macAddress=" << macAddress);
-        sendArpReply(trappedRequest.vlanId(), trappedRequest.targetIpAddress(), macAddress,
+                                 decision.macAddress, false);
+    } else if (decision.action == DecisionAction::reply) {
+        sendArpReply(trappedRequest.vlanId(), trappedRequest.targetIpAddress(), decision.macAddress,
                      trappedRequest.senderIpAddress(), trappedRequest.senderMacAddress());
     }
+}
+
+std::optional<Id> ArpSuppressionSm::replyHindrance() const {
+    return fabricInterfaceWatch_->usable() ? std::nullopt : std::optional(Id::replyFabricNotUsable);
 }
 
 void ArpSuppressionSm::sendArpReply(Bridging::VlanId vlanId, const Zinc::IpGenAddr& senderIp,
@@ -379,11 +307,11 @@ void ArpSuppressionSm::sendArpReply(Bridging::VlanId vlanId, const Zinc::IpGenAd
     TRACE(trace, 8, this,
           "vlanId=" << vlanId << " senderIp=" << senderIp << " senderMac=" << senderMac
                     << " targetIp=" << targetIp << " targetMac=" << targetMac);
-    if (!fabricInterfaceWatch_->usable()) {
+    if (auto hindrance = replyHindrance()) {
         TRACE(trace, 8, this,
               "fabric device not usable"
                   << " fabricInterfaceWatch=" << fabricInterfaceWatch_);
-        count(Id::replyFabricNotUsable);
+        count(*hindrance);
         return;
     }
     assertThat(senderIp.af() != Zinc::ipv6(), "false");
@@ -423,7 +351,6 @@ void ArpSuppressionSm::transmitReplies() {
 
 void ArpSuppressionSm::sendToRemoteTeps(const Vela::Ptr<const TrappedMessage>& trappedRequest) {
     TRACE(trace, 8, this, "trappedRequest=" << trappedRequest);
-    count(Id::sentToRemoteTeps);
     if (reinjectMessageQueue_->enqueueMessage(trappedRequest)) {
         count(Id::reinjectQueueDroppedOldest);
     }
@@ -435,32 +362,35 @@ void ArpSuppressionSm::maybeCreateStaticBinding(Bridging::VlanId vlanId,
     TRACE(trace, 8, this,
           "vlanId=" << vlanId << " ipAddress=" << ipAddress << " macAddress=" << macAddress
                     << " onlyUpdate=" << onlyUpdate);
+    Id outcome = staticBindingCounter(vlanId, ipAddress, macAddress);
+    count(outcome);
+    if (outcome == Id::staticBindingTriggered) {
+        auto vlanL3Info = vlanL3InfoStatus_->vlanL3Info(vlanId);
+        arpInputConfigTrigger_->event(VrfIpAddress::fromVlanL3Info(vlanL3Info, ipAddress), true);
+    }
+}
+
+Id ArpSuppressionSm::staticBindingCounter(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ipAddress,
+                                          const Zinc::EthAddr& macAddress) const {
     if (macAddress.isZero() || macAddress.isMulticast()) {
-        count(Id::staticBindingBadMac);
-        return;
+        return Id::staticBindingBadMac;
     }
     if (!isUsableAddress(ipAddress)) {
-        count(Id::staticBindingBadIp);
-        return;
+        return Id::staticBindingBadIp;
     }
     if (macAddress == bridgingConfig_->bridgeMacAddr()) {
         TRACE(trace, 8, this, "Not adding binding for bridgeMacAddr");
-        count(Id::staticBindingBridgeMac);
-        return;
+        return Id::staticBindingBridgeMac;
     }
     if (macAddress == varpVirtualMac()) {
         TRACE(trace, 8, this, "Not adding binding for varpVirtualMac");
-        count(Id::staticBindingVarpMac);
-        return;
+        return Id::staticBindingVarpMac;
     }
-    auto vlanL3Info = vlanL3InfoStatus_->usableVlanL3InfoNonConst(vlanId);
-    if (!vlanL3Info) {
+    if (!vlanL3InfoStatus_->usableVlanL3Info(vlanId)) {
         TRACE(trace, 8, this, "No vlanL3Info vlanId=" << vlanId);
-        count(Id::staticBindingNoVlanL3Info);
-        return;
+        return Id::staticBindingNoVlanL3Info;
     }
-    count(Id::staticBindingTriggered);
-    arpInputConfigTrigger_->event(VrfIpAddress::fromVlanL3Info(vlanL3Info, ipAddress), true);
+    return Id::staticBindingTriggered;
 }
 
 } // namespace ArpSuppression

@@ -3,6 +3,7 @@
 #include "ArpSuppression/ArpInputConfigTrigger.h"
 #include "ArpSuppression/ArpSuppression.h"
 #include "ArpSuppression/LocalRequestRecord.h"
+#include "ArpSuppression/SuppressionDecision.h"
 #include "ArpSuppression/TrappedMessage.h"
 #include "Platform/Model/Arp/TableStatus.h"
 #include "Platform/Model/ArpSuppression/ArpSuppressionCounterStatus.h"
@@ -15,28 +16,11 @@
 #include "Platform/Packet/RawTxPam.h"
 
 #include <cstdint>
-#include <ostream>
-#include <string>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace ArpSuppression {
-
-/// Where the host behind a MAC address is. Text form: the name of the enumerator.
-enum class MacConnectionType : uint8_t {
-    unknown = 0,              ///< not in the MAC table
-    remote = 1,               ///< behind a remote tunnel end point
-    localSinglehomed = 2,     ///< on a port of this switch
-    localMultihomedDf = 3,    ///< on an Ethernet segment that has a forwarder for the VLAN
-    localMultihomedNonDf = 4, ///< on an Ethernet segment that has none
-};
-
-/// One of "URSDN".
-char macConnectionTypeChar(MacConnectionType type);
-const char* stringValue(MacConnectionType type);
-std::string valueToStrep(MacConnectionType type);
-inline std::ostream& operator<<(std::ostream& out, MacConnectionType type) {
-    return out << stringValue(type);
-}
 
 /// Decides what happens to each trapped request: it is answered for a host that EVPN says is
 /// elsewhere, goes on to the remote tunnel end points, is left to a host that is here, or, where
@@ -69,6 +53,14 @@ class ArpSuppressionSm final : public Vela::Entity {
                                            const Bridging::QuarryFdbStatus& fdbEntry) const;
     /// Whether the switch itself, or its virtual router, sent the request.
     bool localArpRequest(const TrappedMessage& trappedRequest) const;
+    /// What the decision about a request for that address rests on. Looks only.
+    TargetFacts targetFacts(Bridging::VlanId vlanId, const Zinc::IpGenAddr& targetIp) const;
+    /// What would be counted because a reply could not be sent now; nothing if it could.
+    std::optional<ArpSuppressionCounterId> replyHindrance() const;
+    /// What maybeCreateStaticBinding would count now: staticBindingTriggered, or why not.
+    ArpSuppressionCounterId staticBindingCounter(Bridging::VlanId vlanId,
+                                                 const Zinc::IpGenAddr& ipAddress,
+                                                 const Zinc::EthAddr& macAddress) const;
     /// Hands a binding to the writer of neighbour entries unless it is of no use.
     void maybeCreateStaticBinding(Bridging::VlanId vlanId, const Zinc::IpGenAddr& ipAddress,
                                   const Zinc::EthAddr& macAddress, bool onlyUpdate);
@@ -83,15 +75,10 @@ class ArpSuppressionSm final : public Vela::Entity {
     void handleDestroy() noexcept override;
 
   private:
-    struct Facts;
-
     void handleTrappedRequest();
-    Facts gather(const TrappedMessage& trappedRequest) const;
-    void decide(const Vela::Ptr<const TrappedMessage>& trappedRequest, const Facts& facts);
-    void decideByConnection(const Vela::Ptr<const TrappedMessage>& trappedRequest,
-                            const Facts& facts);
-    void issueReply(const TrappedMessage& trappedRequest, const Zinc::EthAddr& macAddress,
-                    const Bridging::QuarryFdbStatus& fdbEntry);
+    Asker askerOf(const TrappedMessage& trappedRequest, const TargetFacts& facts) const;
+    void carryOut(const Vela::Ptr<const TrappedMessage>& trappedRequest, const Decision& decision);
+    void issueReply(const TrappedMessage& trappedRequest, const Decision& decision);
     void transmitReplies();
     void sendToRemoteTeps(const Vela::Ptr<const TrappedMessage>& trappedRequest);
     Zinc::EthAddr varpVirtualMac() const;

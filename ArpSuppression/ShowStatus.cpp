@@ -3,27 +3,14 @@
 #include "Platform/Base/JsonWriter.h"
 #include "Platform/State/DumpContext.h"
 
-#include <charconv>
 #include <set>
-#include <sstream>
+#include <string>
 
 namespace ArpSuppression {
 
 namespace {
 
 using Bridging::VlanId;
-
-std::optional<VlanId> vlanOf(const std::string& word) {
-    unsigned number = 0;
-    auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-    bool whole = error == std::errc() && end == word.data() + word.size();
-    return whole && number >= 1 && number <= 4094 ? std::optional(VlanId(number)) : std::nullopt;
-}
-
-StatusView viewOf(const ArpSuppressionRootSm& rootSm) {
-    return StatusView(*rootSm.mounts(), rootSm.root().get(), rootSm.messageTrapSm().get(),
-                      rootSm.messageReinjectSm().get());
-}
 
 void print(Vela::DumpContext& context, const StatusConditions& conditions) {
     for (const StatusCondition& condition : conditions) {
@@ -36,12 +23,7 @@ void print(Vela::DumpContext& context, const StatusConditions& conditions) {
 }
 
 void print(Vela::DumpContext& context, const VlanStatus& status) {
-    std::string lacks;
-    for (const StatusCondition& condition : status.lacks) {
-        lacks += (lacks.empty() ? ", lacks: " : "; ") + std::string(condition.text);
-    }
-    context.print(0, "VLAN %u: %s%s\n", status.vlanId.value(),
-                  status.suppressing() ? "suppressing" : "not suppressing", lacks.c_str());
+    context.print(0, "%s\n", status.summary().c_str());
     print(context, status.conditions);
 }
 
@@ -85,6 +67,14 @@ void write(Vela::JsonWriter& json, const VlanSummary& vlan) {
     json.endObject();
 }
 
+ShowArguments statusArguments(const std::string& command) {
+    return ShowArguments::of("show status", command, ShowArguments::Takes::vlan);
+}
+
+ShowArguments vlansArguments(const std::string& command) {
+    return ShowArguments::of("show vlans", command, ShowArguments::Takes::nothing);
+}
+
 const char* orDash(const std::string& text) {
     return text.empty() ? "-" : text.c_str();
 }
@@ -95,25 +85,9 @@ const char* yesNo(bool yes) {
 
 } // namespace
 
-ShowArguments ShowArguments::of(const std::string& command, bool takesVlan) {
-    ShowArguments arguments;
-    std::istringstream words(command);
-    std::string word;
-    words >> word >> word;
-    while (words >> word) {
-        std::optional<VlanId> vlanId = vlanOf(word);
-        if (word == "-j") {
-            arguments.json = true;
-        } else if (takesVlan && vlanId && !arguments.vlanId) {
-            arguments.vlanId = vlanId;
-        } else {
-            arguments.error = '"' + word + "\" is not expected" +
-                              (takesVlan ? " where one VLAN, 1 to 4094, or -j may stand"
-                                         : "; only -j may stand there");
-            return arguments;
-        }
-    }
-    return arguments;
+StatusView statusViewOf(const ArpSuppressionRootSm& rootSm) {
+    return StatusView(*rootSm.mounts(), rootSm.root().get(), rootSm.messageTrapSm().get(),
+                      rootSm.messageReinjectSm().get());
 }
 
 void writeStatus(const StatusView& view, const ShowArguments& arguments, int fd) {
@@ -165,19 +139,19 @@ void writeVlans(const StatusView& view, const ShowArguments& arguments, int fd) 
 }
 
 std::string ShowStatusCallback::refusal(const std::string& command) const {
-    return ShowArguments::of(command, true).error;
+    return statusArguments(command).error;
 }
 
 void ShowStatusCallback::handleCommand(int fd, const std::string& command) {
-    writeStatus(viewOf(*rootSm_), ShowArguments::of(command, true), fd);
+    writeStatus(statusViewOf(*rootSm_), statusArguments(command), fd);
 }
 
 std::string ShowVlansCallback::refusal(const std::string& command) const {
-    return ShowArguments::of(command, false).error;
+    return vlansArguments(command).error;
 }
 
 void ShowVlansCallback::handleCommand(int fd, const std::string& command) {
-    writeVlans(viewOf(*rootSm_), ShowArguments::of(command, false), fd);
+    writeVlans(statusViewOf(*rootSm_), vlansArguments(command), fd);
 }
 
 } // namespace ArpSuppression

@@ -1,28 +1,22 @@
 #pragma once
 
 #include "ArpSuppression/ArpSuppressionRootSm.h"
+#include "ArpSuppression/ShowArguments.h"
 #include "ArpSuppression/StatusView.h"
 #include "Platform/Agent/CommandCallback.h"
 
-#include <optional>
 #include <string>
 
 namespace ArpSuppression {
-
-/// What stands behind the two words of a show command.
-struct ShowArguments {
-    bool json = false; ///< "-j"
-    std::optional<Bridging::VlanId> vlanId = {};
-    std::string error = {}; ///< what makes no sense; then nothing else counts
-
-    static ShowArguments of(const std::string& command, bool takesVlan);
-};
 
 /// Each condition of suppression with its value, for one VLAN or for all that are known. Written
 /// VLAN by VLAN; the descriptor stays the caller's.
 void writeStatus(const StatusView& view, const ShowArguments& arguments, int fd);
 /// A line for each VLAN.
 void writeVlans(const StatusView& view, const ShowArguments& arguments, int fd);
+
+/// The view that an operator's command looks through; `rootSm` outlives it.
+StatusView statusViewOf(const ArpSuppressionRootSm& rootSm);
 
 /// "show status [VLAN] [-j]"
 class ShowStatusCallback final : public Vela::AgentCommandCallback {

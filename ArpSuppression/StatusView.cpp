@@ -55,6 +55,17 @@ bool holds(const StatusConditions& conditions, std::string_view name) {
 
 } // namespace
 
+std::string VlanStatus::summary() const {
+    std::string text =
+        "VLAN " + vlanId.toStrep() + (suppressing() ? ": " : ": not ") + "suppressing";
+    const char* before = ", lacks: ";
+    for (const StatusCondition& condition : lacks) {
+        text += std::string(before) + condition.text;
+        before = "; ";
+    }
+    return text;
+}
+
 StatusView::StatusView(const ArpSuppressionMounts& mounts, const ArpSuppressionRoot* root,
                        const MessageTapSocketSm* trap, const MessageTapSocketSm* reinject)
     : mounts_(mounts), root_(root), trap_(trap), reinject_(reinject) {

@@ -32,6 +32,8 @@ struct VlanStatus {
     StatusConditions lacks;
 
     bool suppressing() const { return lacks.empty(); }
+    /// "VLAN 10: not suppressing, lacks: trap socket; device for replies"
+    std::string summary() const;
 };
 
 /// What there is to say of a VLAN in one line.

@@ -1,6 +1,7 @@
 #include "Ctl/CommandLine.h"
 
 #include "Ctl/ControlClient.h"
+#include "Ctl/Explain.h"
 #include "Ctl/Rounds.h"
 #include "Ctl/ShowBindings.h"
 #include "Ctl/ShowCounters.h"
@@ -9,6 +10,7 @@
 #include "Platform/Base/Errors.h"
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <unistd.h>
@@ -28,6 +30,7 @@ constexpr const char* footer =
     "  arpsupctl show vlans                     the VLANs in a line each\n"
     "  arpsupctl show status 10                 why VLAN 10 is suppressing, or why not\n"
     "  arpsupctl show counters --watch          what is counted, and how fast; Ctrl-C ends it\n"
+    "  arpsupctl explain 10.0.0.7               what becomes of a request for it, and why\n"
     "  arpsupctl show bindings remote --vlan 10 the hosts behind other leaves; also after a crash\n"
     "  arpsupctl show tech-support > tech.txt   everything the daemon knows, for a support case\n"
     "  arpsupctl trace --last 50                what it did last; also after a crash\n";
@@ -41,6 +44,10 @@ constexpr const char* traceFooter =
     "Works without the daemon, also after a crash. A restarted daemon begins a new file: what its\n"
     "predecessor wrote stands beside it, under the number of that process or as FILE.1.\n"
     "A line is: time (UTC), level, unit, event.\n";
+
+constexpr const char* explainFooter =
+    "Without --vlan: every VLAN that knows the address, or else every one that is suppressing.\n"
+    "The events are the last 20 in the ring-buffer file with the address in them.\n";
 
 constexpr double shortestWatch = 0.1;
 constexpr double longestWatch = 86400;
@@ -68,8 +75,11 @@ class Arguments {
     void addShow();
     void addCounters(CLI::App& show);
     void addBindings(CLI::App& show);
+    void addExplain();
     void addTrace();
     CLI::App* withJson(CLI::App* command);
+    CLI::App* withVlan(CLI::App* command, const char* what);
+    std::optional<Bridging::VlanId> vlanId() const;
     void ask(std::string command);
 
     std::ostream& out_;
@@ -94,6 +104,7 @@ Arguments::Arguments(std::ostream& out, std::ostream& errors) : out_(out), error
         ->type_name("DIR")
         ->capture_default_str();
     addShow();
+    addExplain();
     addTrace();
     app_.footer(footer); // which subcommands would take over
 }
@@ -101,6 +112,15 @@ Arguments::Arguments(std::ostream& out, std::ostream& errors) : out_(out), error
 CLI::App* Arguments::withJson(CLI::App* command) {
     command->add_flag("-j,--json", json_, "As JSON");
     return command;
+}
+
+CLI::App* Arguments::withVlan(CLI::App* command, const char* what) {
+    command->add_option("--vlan", vlan_, what)->check(CLI::Range(1, 4094))->option_text("N");
+    return command;
+}
+
+std::optional<Bridging::VlanId> Arguments::vlanId() const {
+    return vlan_ != 0 ? std::optional(Bridging::VlanId(vlan_)) : std::nullopt;
 }
 
 void Arguments::ask(std::string command) {
@@ -148,18 +168,24 @@ void Arguments::addBindings(CLI::App& show) {
     remote->add_option("ADDRESS", address_, "Only those of this IP address")
         ->check(ipAddress)
         ->option_text("(IPv4 or IPv6)");
-    remote->add_option("--vlan", vlan_, "Only those of VLAN N")
-        ->check(CLI::Range(1, 4094))
-        ->option_text("N");
+    withVlan(remote, "Only those of VLAN N");
     remote->callback([this] {
         RemoteBindingsRequest request{.runtimeDirectory = runtimeDirectory_, .json = json_};
-        if (vlan_ != 0) {
-            request.vlanId = Bridging::VlanId(vlan_);
-        }
+        request.vlanId = vlanId();
         if (!address_.empty()) {
             request.address = Zinc::IpGenAddr(address_);
         }
         status_ = showRemoteBindings(request, out_, errors_);
+    });
+    CLI::App* local = withJson(
+        bindings->add_subcommand("local", "Those of this switch's own hosts, by VLAN and address"));
+    local->add_option("ADDRESS", address_, "Only those of this IP address")
+        ->check(ipAddress)
+        ->option_text("(IPv4 or IPv6)");
+    withVlan(local, "Only those of hosts on VLAN N");
+    local->callback([this] {
+        ask("show bindings local" + (address_.empty() ? "" : " " + address_) +
+            (vlan_ != 0 ? " " + std::to_string(vlan_) : ""));
     });
 }
 
@@ -187,6 +213,29 @@ void Arguments::addCounters(CLI::App& show) {
     });
 }
 
+void Arguments::addExplain() {
+    CLI::App* command = withJson(app_.add_subcommand(
+        "explain", "What would become of a request for an address now, why, and what became of "
+                   "the last ones"));
+    command->footer(explainFooter);
+    command->add_option("ADDRESS", address_, "The IP address that is asked for")
+        ->check(ipAddress)
+        ->required()
+        ->option_text("(IPv4 or IPv6)");
+    withVlan(command, "Only on VLAN N");
+    command->add_option("--log-directory", trace_.directory, "Where to look for the newest file")
+        ->type_name("DIR")
+        ->capture_default_str();
+    command->callback([this] {
+        status_ = explain({.runtimeDirectory = runtimeDirectory_,
+                           .logDirectory = trace_.directory,
+                           .address = Zinc::IpGenAddr(address_),
+                           .vlanId = vlanId(),
+                           .json = json_},
+                          out_, errors_);
+    });
+}
+
 void Arguments::addTrace() {
     CLI::App* trace =
         withJson(app_.add_subcommand("trace", "Prints the ring-buffer file: the latest events"));
@@ -199,9 +248,17 @@ void Arguments::addTrace() {
     trace->add_option("--level", trace_.level, "Only levels up to N: 0 (rare) to 9 (everything)")
         ->option_text("N")
         ->check(CLI::Range(0, 9));
+    trace->add_option("--address", address_, "Only events with this IP address in them")
+        ->check(ipAddress)
+        ->option_text("ADDRESS");
+    withVlan(trace, "Only events of VLAN N, or that name none");
     trace->add_option("--last", trace_.last, "Only the last N events")->type_name("N");
     trace->callback([this] {
         trace_.json = json_;
+        trace_.vlanId = vlanId();
+        if (!address_.empty()) {
+            trace_.address = Zinc::IpGenAddr(address_);
+        }
         status_ = showTrace(trace_, out_, errors_);
     });
 }

@@ -1,5 +1,6 @@
 #include "Ctl/ShowCounters.h"
 
+#include "Ctl/CounterRules.h"
 #include "Ctl/Standstill.h"
 #include "Platform/Base/JsonWriter.h"
 #include "Platform/Model/ArpSuppression/ArpSuppressionCounterStatus.h"
@@ -67,6 +68,7 @@ struct Round {
     const Reading& now;
     const Reading* before = nullptr;
     double seconds = 0;
+    bool watched = false;
 
     /// A daemon that is new counts from zero.
     double perSecond(uint32_t number) const {
@@ -88,6 +90,8 @@ void writeText(const Round& round, bool all, std::ostream& out) {
         if (round.before) {
             out << std::setw(12) << std::fixed << std::setprecision(1) << round.perSecond(number)
                 << "/s";
+        } else if (!round.watched) {
+            out << "  " << ruleOf(ArpSuppressionCounterId{number});
         }
         out << '\n';
     }
@@ -161,7 +165,7 @@ int watchCounters(const CountersRequest& request, const NextRound& nextRound, st
                 errors << text;
                 said = text;
             }
-            Round round{now, before ? &*before : nullptr, *seconds};
+            Round round{now, before ? &*before : nullptr, *seconds, true};
             if (request.json) {
                 Vela::JsonWriter json;
                 json.beginObject();

@@ -13,8 +13,9 @@ struct CountersRequest {
     bool json = false;
 };
 
-/// Prints the agent's counters from shared memory, a line each: number, name, count. Asks nobody,
-/// so it works whatever the daemon is busy with, and after its death. Returns the exit status.
+/// Prints the agent's counters from shared memory, a line each: number, name, count and what moves
+/// it. Asks nobody, so it works whatever the daemon is busy with, and after its death. Returns the
+/// exit status.
 int showCounters(const CountersRequest& request, std::ostream& out, std::ostream& errors);
 
 /// Waits for the next round of a watch: the seconds since the last one, or nothing if it is over.

@@ -42,6 +42,17 @@ std::string newestFile(const std::string& directory, std::string& why) {
     return newest;
 }
 
+bool isWanted(const Vela::SwiftlogRecord& record, const TraceRequest& request) {
+    if (request.level && record.level > *request.level) {
+        return false;
+    }
+    if (request.vlanId &&
+        record.number("vlanId=").value_or(request.vlanId->value()) != request.vlanId->value()) {
+        return false;
+    }
+    return !request.address || record.holds(*request.address);
+}
+
 /// "2025-03-01T12:00:00.123456Z"
 std::string isoTime(int64_t nanoseconds) {
     std::string text = Vela::utcText(nanoseconds) + "Z";
@@ -85,7 +96,7 @@ int showTrace(const TraceRequest& request, std::ostream& out, std::ostream& erro
     }
     std::vector<const Vela::SwiftlogRecord*> wanted;
     for (const Vela::SwiftlogRecord& record : reader.records()) {
-        if (!request.level || record.level <= *request.level) {
+        if (isWanted(record, request)) {
             wanted.push_back(&record);
         }
     }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Platform/Value/IpGenAddr.h"
+#include "Platform/Value/VlanId.h"
+
 #include <cstddef>
 #include <iosfwd>
 #include <optional>
@@ -11,8 +14,10 @@ namespace Ctl {
 struct TraceRequest {
     std::string file = {}; ///< empty: the newest "*.sl" of the directory
     std::string directory = "/var/log/arpsup";
-    std::optional<unsigned> level = {}; ///< up to this one
-    std::optional<size_t> last = {};    ///< no more than the latest so many of them
+    std::optional<unsigned> level = {};          ///< up to this one
+    std::optional<size_t> last = {};             ///< no more than the latest so many of them
+    std::optional<Zinc::IpGenAddr> address = {}; ///< only those with this address
+    std::optional<Bridging::VlanId> vlanId = {}; ///< none of those that name another VLAN
     bool json = false;
 };
 

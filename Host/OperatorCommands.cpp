@@ -6,8 +6,10 @@ namespace Host {
 
 namespace {
 
-constexpr const char* names = "show tech-support, show status [VLAN] [-j], show vlans [-j], "
-                              "show forwarding-plane [-j]";
+constexpr const char* names =
+    "show tech-support, show status [VLAN] [-j], show vlans [-j], "
+    "show bindings local [ADDRESS] [VLAN] [-j], explain ADDRESS [VLAN] [-j], "
+    "show forwarding-plane [-j]";
 
 constexpr std::string_view techSupportCommand = "show tech-support";
 constexpr std::string_view forwardingPlaneCommand = "show forwarding-plane";
@@ -18,10 +20,12 @@ const char* callbackName(std::string_view line) {
     auto is = [&](std::string_view command) {
         return line == command || (line.starts_with(command) && line[command.size()] == ' ');
     };
-    return line == techSupportCommand ? "showTechSupport"
-           : is("show status")        ? "showStatus"
-           : is("show vlans")         ? "showVlans"
-                                      : nullptr;
+    return line == techSupportCommand  ? "showTechSupport"
+           : is("show status")         ? "showStatus"
+           : is("show vlans")          ? "showVlans"
+           : is("show bindings local") ? "showBindingsLocal"
+           : is("explain")             ? "explain"
+                                       : nullptr;
 }
 
 } // namespace

@@ -12,10 +12,12 @@ namespace Host {
 
 /// What operators can ask the daemon for:
 ///
-///     show tech-support           the daemon's own state and the agent's
-///     show status [VLAN] [-j]     the agent answers
-///     show vlans [-j]             the agent answers
-///     show forwarding-plane [-j]  where there is one
+///     show tech-support                           the daemon's own state and the agent's
+///     show status [VLAN] [-j]                     the agent answers
+///     show vlans [-j]                             the agent answers
+///     show bindings local [ADDRESS] [VLAN] [-j]   the agent answers
+///     explain ADDRESS [VLAN] [-j]                 the agent answers
+///     show forwarding-plane [-j]                  where there is one
 class OperatorCommands {
   public:
     struct Sources {

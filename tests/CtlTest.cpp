@@ -44,6 +44,13 @@ TEST_F(CtlTest, EveryAnswerIsThereAsJson) {
               boost::json::parse(
                   R"([{"vlan":20,"ip":"10.0.0.60","mac":"02:00:00:00:20:60","vxlan":false,)"
                   R"("localMultihomed":false}])"));
+    EXPECT_EQ(shown({"show", "bindings", "local"}).as_array().size(), 0u);
+    auto explained = shown({"explain", "10.0.0.60", "--log-directory", path("log")});
+    ASSERT_EQ(explained.at("now").at("vlans").as_array().size(), 1u);
+    EXPECT_EQ(explained.at("now").at("vlans").at(0).at("vlan"), 20);
+    EXPECT_EQ(explained.at("now").at("vlans").at(0).at("remoteBinding").at("mac"),
+              "02:00:00:00:20:60");
+    EXPECT_EQ(explained.at("events"), boost::json::array());
     EXPECT_EQ(shown({"show", "counters"}).as_array().size(), 58u);
 
     auto sections = shown({"show", "tech-support"}).at("sections").as_array();
@@ -86,6 +93,37 @@ TEST_F(CtlTest, AnswersForPeople) {
     EXPECT_TRUE(holds(answer.errors, "is dead; these are its remote bindings at the end"))
         << answer.errors;
     EXPECT_EQ(arpsupctl({"show", "vlans"}).status, 1);
+}
+
+TEST_F(CtlTest, AnAddressIsExplainedWithItsEvents) {
+    // A binding on a routed VLAN gets a neighbour entry: an event with its address.
+    configure("[evpn]\nmpls = true\n[[evpn.vlan]]\nvlan = 10\n"
+              "[[interface]]\nname = \"Vlan10\"\nipv4 = [\"10.0.0.1/24\"]\nifindex = 3\n"
+              "[[remote_binding]]\nvlan = 10\nip = \"10.0.0.60\"\nmac = \"02:00:00:00:10:60\"\n"
+              "[[remote_binding]]\nvlan = 10\nip = \"10.0.0.6\"\nmac = \"02:00:00:00:10:06\"\n");
+    start();
+    const std::vector<std::string> command = {"explain", "10.0.0.60",       "--vlan",
+                                              "10",      "--log-directory", path("log")};
+    Answer answer;
+    ASSERT_TRUE(eventually([&] {
+        answer = arpsupctl(command);
+        return holds(answer.output, " updateEntry ");
+    })) << answer.output;
+    EXPECT_EQ(answer.status, 0) << answer.errors;
+    EXPECT_EQ(answer.output.find("10.0.0.60\n\nVLAN 10: not suppressing, lacks: "), 0u)
+        << answer.output;
+    EXPECT_TRUE(holds(answer.output, "  remote binding           02:00:00:00:10:60\n"));
+    EXPECT_TRUE(holds(answer.output,
+                      "  neighbour entry wanted   permanent, 02:00:00:00:10:60 on Vlan10, "));
+    std::string events = answer.output.substr(answer.output.find("\nlast events\n"));
+    EXPECT_TRUE(holds(events, "ipAddress=10.0.0.60 ")) << events;
+    EXPECT_FALSE(holds(events, "ipAddress=10.0.0.6 ")) << events;
+    EXPECT_TRUE(answer.errors.starts_with("from " + path("log"))) << answer.errors;
+
+    killIt();
+    answer = arpsupctl(command);
+    EXPECT_EQ(answer.status, 1);
+    EXPECT_EQ(answer.output, events.substr(1)) << "what happened is known all the same";
 }
 
 TEST_F(CtlTest, AWatchEndsCleanlyWhenInterrupted) {
@@ -131,6 +169,8 @@ TEST_F(CtlTest, WhatMakesNoSenseIsRefused) {
     start();
     EXPECT_EQ(arpsupctl({"show", "status", "4095"}).status, 2);
     EXPECT_EQ(arpsupctl({"show", "bindings", "remote", "10.0.0.256"}).status, 2);
+    EXPECT_EQ(arpsupctl({"explain"}).status, 2);
+    EXPECT_EQ(arpsupctl({"explain", "10.0.0.256"}).status, 2);
     Answer answer = arpsupctl({"show", "status", "77"});
     EXPECT_EQ(answer.status, 0);
     EXPECT_TRUE(holds(answer.output, "VLAN 77: not suppressing, lacks: EVPN over MPLS\n"))

@@ -136,12 +136,18 @@ class ShowStatusTest : public Testing::SwitchFixture {
     }
     std::string statusText(const std::string& arguments) const {
         return writtenBy([&](int fd) {
-            writeStatus(view(), ShowArguments::of("show status " + arguments, true), fd);
+            writeStatus(view(),
+                        ShowArguments::of("show status", "show status " + arguments,
+                                          ShowArguments::Takes::vlan),
+                        fd);
         });
     }
     std::string vlansText(const std::string& arguments) const {
         return writtenBy([&](int fd) {
-            writeVlans(view(), ShowArguments::of("show vlans " + arguments, false), fd);
+            writeVlans(view(),
+                       ShowArguments::of("show vlans", "show vlans " + arguments,
+                                         ShowArguments::Takes::nothing),
+                       fd);
         });
     }
     json::object status(const std::string& arguments = "10") const {
@@ -571,7 +577,7 @@ TEST_F(ShowStatusTest, VlansInALineEach) {
 
 TEST_F(ShowStatusTest, WhatStandsBehindTheCommand) {
     auto of = [](const std::string& words) {
-        return ShowArguments::of("show status" + words, true);
+        return ShowArguments::of("show status", "show status" + words, ShowArguments::Takes::vlan);
     };
     EXPECT_EQ(of("").error, "");
     EXPECT_FALSE(of("").json);
@@ -585,9 +591,11 @@ TEST_F(ShowStatusTest, WhatStandsBehindTheCommand) {
     }
     EXPECT_EQ(of(" 5000").error,
               "\"5000\" is not expected where one VLAN, 1 to 4094, or -j may stand");
-    EXPECT_EQ(ShowArguments::of("show vlans 10", false).error,
-              "\"10\" is not expected; only -j may stand there");
-    EXPECT_EQ(ShowArguments::of("show vlans -j", false).error, "");
+    auto ofVlans = [](const std::string& command) {
+        return ShowArguments::of("show vlans", command, ShowArguments::Takes::nothing);
+    };
+    EXPECT_EQ(ofVlans("show vlans 10").error, "\"10\" is not expected; only -j may stand there");
+    EXPECT_EQ(ofVlans("show vlans -j").error, "");
 }
 
 } // namespace

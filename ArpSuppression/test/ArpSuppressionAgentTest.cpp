@@ -383,9 +383,10 @@ TEST_F(ArpSuppressionAgentTest, aSimulatedPlatformHasItsOwnPacketPath) {
 TEST_F(ArpSuppressionAgentTest, registersTheCommandsOfOperators) {
     start(*agent);
     auto& commands = agent->commandRequestDirSm();
-    EXPECT_EQ(commands.callbackCollection().count(), 3u);
-    EXPECT_TRUE(commands.callback("showStatus"));
-    EXPECT_TRUE(commands.callback("showVlans"));
+    EXPECT_EQ(commands.callbackCollection().count(), 5u);
+    for (const char* name : {"showStatus", "showVlans", "showBindingsLocal", "explain"}) {
+        EXPECT_TRUE(commands.callback(name)) << name;
+    }
     auto callback = commands.callback("showTechSupport");
     ASSERT_TRUE(callback);
     EXPECT_STREQ(callback->commandName(), "showTechSupport");

@@ -36,7 +36,7 @@ class CommandLineTest : public ::testing::Test {
 
 TEST_F(CommandLineTest, HelpNamesEveryCommand) {
     EXPECT_EQ(run({"--help"}), 0);
-    for (const char* text : {"show", "trace", "--runtime-directory", "/run/arpsup",
+    for (const char* text : {"show", "explain", "trace", "--runtime-directory", "/run/arpsup",
                              "ARPSUP_RUNTIME_DIRECTORY", "Exit status"}) {
         EXPECT_TRUE(helps(text)) << text;
     }
@@ -50,6 +50,8 @@ TEST_F(CommandLineTest, HelpNamesEveryCommand) {
     const std::vector<std::vector<const char*>> leaves = {{"show", "status"},
                                                           {"show", "vlans"},
                                                           {"show", "bindings", "remote"},
+                                                          {"show", "bindings", "local"},
+                                                          {"explain"},
                                                           {"show", "counters"},
                                                           {"show", "forwarding-plane"},
                                                           {"show", "tech-support"},
@@ -84,7 +86,16 @@ TEST_F(CommandLineTest, WrongUsageIsTwo) {
         {"show", "status", "10", "20"},
         {"show", "vlans", "10"},
         {"show", "bindings"},
-        {"show", "bindings", "local"},
+        {"show", "bindings", "all"},
+        {"show", "bindings", "local", "10.0.0"},
+        {"show", "bindings", "local", "--vlan", "0"},
+        {"explain"},
+        {"explain", "10.0.0"},
+        {"explain", "10.0.0.1", "10.0.0.2"},
+        {"explain", "10.0.0.1", "--vlan", "4095"},
+        {"explain", "--vlan", "10"},
+        {"trace", "--address", "ten"},
+        {"trace", "--vlan", "0"},
         {"show", "bindings", "remote", "10.0.0"},
         {"show", "bindings", "remote", ""},
         {"show", "bindings", "remote", "10.0.0.1", "10.0.0.2"},
@@ -108,9 +119,9 @@ TEST_F(CommandLineTest, TheRuntimeDirectoryIsTheOneGiven) {
     };
     std::string given = directory_ + "/given";
     std::string fromEnvironment = directory_ + "/environment";
-    const std::vector<std::vector<const char*>> askers = {{"tech-support"}, {"tech-support", "-j"},
-                                                          {"status"},       {"status", "10"},
-                                                          {"vlans", "-j"},  {"forwarding-plane"}};
+    const std::vector<std::vector<const char*>> askers = {
+        {"tech-support"},      {"tech-support", "-j"}, {"status"},          {"status", "10"},
+        {"bindings", "local"}, {"vlans", "-j"},        {"forwarding-plane"}};
     for (auto arguments : askers) {
         arguments.insert(arguments.begin(), {"--runtime-directory", given.c_str(), "show"});
         EXPECT_EQ(run(arguments), 1);
@@ -127,6 +138,25 @@ TEST_F(CommandLineTest, TheRuntimeDirectoryIsTheOneGiven) {
     EXPECT_EQ(run({"--runtime-directory", given.c_str(), "show", "tech-support"}), 1);
     EXPECT_EQ(errors_.str(), nobodyIn(given));
     unsetenv("ARPSUP_RUNTIME_DIRECTORY");
+}
+
+TEST_F(CommandLineTest, AnExplanationNeedsNoDaemonForTheEvents) {
+    std::string given = directory_ + "/given";
+    auto explained = [&](std::vector<const char*> more) {
+        std::vector<const char*> arguments = {
+            "--runtime-directory", given.c_str(),     "explain", "10.0.0.2",
+            "--log-directory",     directory_.c_str()};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return run(arguments);
+    };
+    EXPECT_EQ(explained({}), 1);
+    EXPECT_EQ(out_.str(), "last events\nnone\n");
+    EXPECT_EQ(errors_.str(), "error: no arpsupd runs in " + given +
+                                 " (no such socket)\n"
+                                 "error: no ring-buffer file (*.sl) in " +
+                                 directory_ + "\n");
+    EXPECT_EQ(explained({"--vlan", "10", "-j"}), 1);
+    EXPECT_EQ(out_.str(), "{\"now\":null,\n\"events\":[]}\n");
 }
 
 TEST_F(CommandLineTest, TraceTakesFileOrDirectory) {

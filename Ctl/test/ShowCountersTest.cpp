@@ -83,8 +83,10 @@ TEST_F(ShowCountersTest, PrintsThoseThatHaveCounted) {
     count(ArpSuppressionCounterId::inputDeleted, 3);
     count(ArpSuppressionCounterId::answeredForNonDesignatedForwarder, 120);
     EXPECT_EQ(show(), 0);
-    EXPECT_EQ(out_.str(), " 4 inputDeleted                                   3\n"
-                          " 8 answeredForNonDesignatedForwarder            120\n");
+    EXPECT_EQ(out_.str(), " 4 inputDeleted                                   3  a neighbour entry "
+                          "is withdrawn, as no binding supports it or the kernel has its own\n"
+                          " 8 answeredForNonDesignatedForwarder            120  a request is for a "
+                          "host on a segment without a designated forwarder\n");
     EXPECT_EQ(errors_.str(), "");
 }
 
@@ -93,11 +95,14 @@ TEST_F(ShowCountersTest, PrintsAllInTheirOrder) {
     count(ArpSuppressionCounterId::reinjectNoImetLabel, 1);
     EXPECT_EQ(show(true), 0);
     EXPECT_EQ(lines(out_), 58);
-    EXPECT_EQ(out_.str().find(" 0 inputPermanentAdded                            0\n"
-                              " 1 inputPermanentRewritten                        0\n"),
+    EXPECT_EQ(out_.str().find(" 0 inputPermanentAdded                            0  a neighbour "
+                              "entry for a remote binding is asked for\n"
+                              " 1 inputPermanentRewritten                        0  a permanent "
+                              "neighbour entry is written again\n"),
               0u)
         << out_.str();
-    std::string last = "57 reinjectNoImetLabel                            1\n";
+    std::string last = "57 reinjectNoImetLabel                            1  a request was "
+                       "dropped, as EVPN has no flooding label over MPLS for the VLAN\n";
     EXPECT_EQ(out_.str().rfind(last), out_.str().size() - last.size()) << out_.str();
     EXPECT_EQ(errors_.str(), "");
 }

@@ -191,6 +191,46 @@ TEST_F(ShowTraceTest, AnObjectPerRecordAsJson) {
     EXPECT_EQ(out_.str(), "[]\n");
 }
 
+TEST_F(ShowTraceTest, OnlyThoseWithAnAddressOnAVlan) {
+    struct Event {
+        uint16_t vlanId;
+        Zinc::IpGenAddr address;
+    };
+    struct Unplaced {
+        Zinc::IpGenAddr address;
+    };
+    static const Vela::SwiftlogType<Event> event{
+        "Ctl/E", "e", 5, {{"<vlanId=", &Event::vlanId}, {" a=", &Event::address}}};
+    static const Vela::SwiftlogType<Unplaced> unplaced{
+        "Ctl/U", "u", 5, {{"a=", &Unplaced::address}}};
+    Vela::Swiftlog::initialize({.fileName = "test.sl"});
+    event.write({10, Zinc::IpGenAddr("10.0.0.1")});
+    event.write({10, Zinc::IpGenAddr("10.0.0.2")});
+    event.write({20, Zinc::IpGenAddr("10.0.0.1")});
+    unplaced.write({Zinc::IpGenAddr("10.0.0.1")});
+    event.write({10, Zinc::IpGenAddr("10.0.0.1")});
+    Vela::Swiftlog::close();
+    request_.file = directory_ / "test.sl";
+    request_.address = Zinc::IpGenAddr("10.0.0.1");
+    const Lines ten = {"5 Ctl/E e <vlanId=10 a=10.0.0.1", "5 Ctl/U u a=10.0.0.1",
+                       "5 Ctl/E e <vlanId=10 a=10.0.0.1"};
+    EXPECT_EQ(show(), 0);
+    EXPECT_EQ(lines().size(), 4u);
+    request_.vlanId = Bridging::VlanId(10);
+    EXPECT_EQ(show(), 0);
+    EXPECT_EQ(lines(), ten);
+    request_.last = 2;
+    EXPECT_EQ(show(), 0);
+    EXPECT_EQ(lines(), Lines(ten.begin() + 1, ten.end()));
+    request_.address.reset();
+    request_.vlanId = Bridging::VlanId(20);
+    EXPECT_EQ(show(), 0);
+    EXPECT_EQ(lines(), (Lines{"5 Ctl/E e <vlanId=20 a=10.0.0.1", "5 Ctl/U u a=10.0.0.1"}));
+    request_.address = Zinc::IpGenAddr("10.0.0.9");
+    EXPECT_EQ(show(), 0);
+    EXPECT_EQ(out_.str(), "");
+}
+
 TEST_F(ShowTraceTest, AFullOutputFails) {
     writeFile("test.sl");
     request_.file = directory_ / "test.sl";

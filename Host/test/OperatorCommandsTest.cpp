@@ -45,7 +45,8 @@ class OperatorCommandsTest : public Testing::CoreFixture {
     ~OperatorCommandsTest() override { agent_->destroy(); }
 
     void callbacksIs() {
-        for (const char* name : {"showTechSupport", "showStatus", "showVlans"}) {
+        for (const char* name :
+             {"showTechSupport", "showStatus", "showVlans", "showBindingsLocal", "explain"}) {
             agent_->commandRequestDirSm().callbackIs(Vela::make<Echo>(name));
         }
     }
@@ -80,6 +81,9 @@ TEST_F(OperatorCommandsTest, TheAgentAnswersWhatIsIts) {
     EXPECT_EQ(answer("show status"), "showStatus <show status>\n");
     EXPECT_EQ(answer("show status 10 -j"), "showStatus <show status 10 -j>\n");
     EXPECT_EQ(answer("show vlans -j"), "showVlans <show vlans -j>\n");
+    EXPECT_EQ(answer("show bindings local 10.0.0.1 10 -j"),
+              "showBindingsLocal <show bindings local 10.0.0.1 10 -j>\n");
+    EXPECT_EQ(answer("explain 10.0.0.1"), "explain <explain 10.0.0.1>\n");
     EXPECT_EQ(answer("show tech-support"), "daemon\nshowTechSupport <show tech-support>\n");
 }
 
@@ -99,12 +103,16 @@ TEST_F(OperatorCommandsTest, BeforeTheAgentIsReady) {
 
 TEST_F(OperatorCommandsTest, WhatIsNoCommand) {
     callbacksIs();
-    for (const char* command : {"", "show", "show ", "show statusx", "show vlan", "Show vlans",
-                                " show vlans", "show tech-support -j", "show tech-support ",
-                                "show forwarding-plane x", "show forwarding-plane -j -j"}) {
+    for (const char* command :
+         {"", "show", "show ", "show statusx", "show vlan", "Show vlans", " show vlans",
+          "show tech-support -j", "show tech-support ", "show forwarding-plane x",
+          "show forwarding-plane -j -j", "show bindings", "show bindings remote",
+          "show bindings locals", "explained", "Explain 10.0.0.1"}) {
         EXPECT_EQ(commands_.refusal(command),
-                  unknownCommand(command, "show tech-support, show status [VLAN] [-j], show vlans "
-                                          "[-j], show forwarding-plane [-j]"))
+                  unknownCommand(command,
+                                 "show tech-support, show status [VLAN] [-j], show vlans "
+                                 "[-j], show bindings local [ADDRESS] [VLAN] [-j], explain ADDRESS "
+                                 "[VLAN] [-j], show forwarding-plane [-j]"))
             << command;
     }
 }

@@ -1,13 +1,16 @@
 #pragma once
 
 #include "Platform/Trace/SwiftlogFormat.h"
+#include "Platform/Value/IpGenAddr.h"
 
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Vela {
@@ -40,6 +43,14 @@ struct SwiftlogRecord {
     /// Labels and fields, always one line; the payload in hexadecimal when the type is unknown.
     /// "..." stands where the record or a text in it was cut.
     std::string text() const;
+    /// Whether one of its fields is that address.
+    bool holds(const Zinc::IpGenAddr& address) const;
+    /// The first unsigned integer whose label ends so, as "vlanId="; nothing if there is none.
+    std::optional<uint64_t> number(std::string_view labelEnd) const;
+
+  private:
+    /// Fewer bytes than the field has where the record was cut.
+    std::span<const uint8_t> bytesOf(const SwiftlogDescription::Field& field) const;
 };
 
 /// "2025-03-01 12:00:00.123456 5 ArpSuppression/VlanL3InfoSm updateVrfId vrfInfo=red vrfId=7",

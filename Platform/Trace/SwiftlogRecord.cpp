@@ -1,6 +1,7 @@
 #include "Platform/Trace/SwiftlogReader.h"
 #include "Platform/Trace/TraceText.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
 #include <cstdio>
@@ -122,8 +123,7 @@ std::string SwiftlogRecord::text() const {
     std::string text;
     for (const SwiftlogDescription::Field& field : type->fields) {
         text += field.label;
-        Bytes there = payload.subspan(std::min<size_t>(field.offset, payload.size()));
-        there = there.first(std::min<size_t>(field.bytes, there.size()));
+        Bytes there = bytesOf(field);
         bool whole = there.size() == field.bytes;
         if (!whole && (field.kind != FieldKind::text || there.size() < 2)) {
             return oneLine(text + "...");
@@ -135,6 +135,33 @@ std::string SwiftlogRecord::text() const {
         }
     }
     return oneLine(text + type->closing);
+}
+
+Bytes SwiftlogRecord::bytesOf(const SwiftlogDescription::Field& field) const {
+    Bytes there = payload.subspan(std::min<size_t>(field.offset, payload.size()));
+    return there.first(std::min<size_t>(field.bytes, there.size()));
+}
+
+bool SwiftlogRecord::holds(const Zinc::IpGenAddr& address) const {
+    return type && std::ranges::any_of(type->fields, [&](const SwiftlogDescription::Field& field) {
+               Bytes bytes = bytesOf(field);
+               return field.kind == FieldKind::ipAddr && bytes.size() == field.bytes &&
+                      bytes[0] == static_cast<uint8_t>(address.af()) &&
+                      std::ranges::equal(bytes.subspan(1), address.bytes());
+           });
+}
+
+std::optional<uint64_t> SwiftlogRecord::number(std::string_view labelEnd) const {
+    if (type) {
+        for (const SwiftlogDescription::Field& field : type->fields) {
+            Bytes bytes = bytesOf(field);
+            if (field.kind == FieldKind::unsignedInteger && field.label.ends_with(labelEnd) &&
+                bytes.size() == field.bytes) {
+                return unsignedValue(bytes);
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 std::ostream& operator<<(std::ostream& out, const SwiftlogRecord& record) {

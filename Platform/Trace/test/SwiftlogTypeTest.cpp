@@ -1,6 +1,8 @@
 #include "Platform/Trace/test/SwiftlogFixture.h"
 
+#include <cstddef>
 #include <limits>
+#include <optional>
 #include <sstream>
 
 namespace Vela {
@@ -152,6 +154,48 @@ TEST_F(SwiftlogTypeTest, ControlCharactersInLiteralsStayInTheLine) {
     std::ostringstream line;
     line << reader.records().back();
     EXPECT_TRUE(line.str().ends_with(" 0 unit\\n title\\n label\\n1\\n")) << line.str();
+}
+
+TEST_F(SwiftlogTypeTest, ARecordIsFoundByTheAddressesInIt) {
+    struct Record {
+        uint16_t vlanId;
+        Zinc::IpGenAddr sender;
+        int16_t level;
+        Zinc::IpGenAddr target;
+    };
+    static const SwiftlogType<Record> record{"U",
+                                             "t",
+                                             0,
+                                             {{"<vlanId=", &Record::vlanId},
+                                              {" sender=", &Record::sender},
+                                              {" level=", &Record::level},
+                                              {" target=", &Record::target}}};
+    record.write({10, Zinc::IpGenAddr("10.0.0.1"), 7, Zinc::IpGenAddr("2001:db8::1")});
+    SwiftlogReader reader(Swiftlog::fileName());
+    ASSERT_EQ(reader.records().size(), 1u);
+    SwiftlogRecord read = reader.records()[0];
+    EXPECT_TRUE(read.holds(Zinc::IpGenAddr("10.0.0.1")));
+    EXPECT_TRUE(read.holds(Zinc::IpGenAddr("2001:db8::1")));
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("10.0.0.2")));
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("2001:db8::10")));
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("a00:1::"))) << "the bytes of 10.0.0.1";
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr()));
+    EXPECT_EQ(read.number("vlanId="), 10u);
+    EXPECT_EQ(read.number("level="), std::nullopt) << "it has a sign";
+    EXPECT_EQ(read.number("sender="), std::nullopt);
+    EXPECT_EQ(read.number("vlan"), std::nullopt);
+
+    read.payload = read.payload.first(offsetof(Record, target) + 16);
+    EXPECT_TRUE(read.holds(Zinc::IpGenAddr("10.0.0.1")));
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("2001:db8::1"))) << "it was cut";
+    read.payload = read.payload.first(1);
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("10.0.0.1")));
+    EXPECT_EQ(read.number("vlanId="), std::nullopt);
+    read.payload = {};
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("10.0.0.1")));
+    read.type = nullptr;
+    EXPECT_FALSE(read.holds(Zinc::IpGenAddr("10.0.0.1")));
+    EXPECT_EQ(read.number(""), std::nullopt);
 }
 
 } // namespace
