@@ -27,6 +27,14 @@ PacketPorts::~PacketPorts() {
     Vela::packetSocketsIs(nullptr);
 }
 
+uint32_t PacketPorts::ifIndex(const std::string& deviceName) {
+    uint32_t index = devices_[deviceName];
+    if (index == 0) {
+        errno = ENODEV;
+    }
+    return index;
+}
+
 Vela::UniqueFd PacketPorts::open(uint16_t protocol) {
     if (openError != 0) {
         errno = openError;
@@ -52,9 +60,10 @@ int PacketPorts::bind(int fd, uint16_t protocol, uint32_t ifIndex) {
         errno = bindError;
         return -1;
     }
-    if (auto sender = senders_.find(fd); sender != senders_.end()) {
+    if (auto sender = senders_.find(fd); protocol == 0 && sender != senders_.end()) {
         sender->second = ifIndex;
     } else {
+        senders_.erase(fd); // it receives from now on
         ports_.at(unbound_.at(fd)).binding = {protocol, ifIndex};
     }
     return 0;

@@ -21,6 +21,8 @@ class PacketPorts final : public Vela::PacketSockets {
     PacketPorts(const PacketPorts&) = delete;
     PacketPorts& operator=(const PacketPorts&) = delete;
 
+    /// A device that can be found by its name; with index 0 it is gone, as all are at first.
+    void deviceIs(const std::string& name, uint32_t ifIndex) { devices_[name] = ifIndex; }
     /// Delivers a frame to every open socket bound to the interface for reading.
     void inject(uint32_t ifIndex, std::span<const uint8_t> frame);
     /// Takes what was written to sockets bound to the interface since the last call.
@@ -46,6 +48,7 @@ class PacketPorts final : public Vela::PacketSockets {
     int sendError = 0;
 
   private:
+    uint32_t ifIndex(const std::string& deviceName) override;
     Vela::UniqueFd open(uint16_t protocol) override;
     int bind(int fd, uint16_t protocol, uint32_t ifIndex) override;
     bool send(int fd, uint16_t protocol, uint32_t ifIndex, std::span<const uint8_t> frame) override;
@@ -55,6 +58,7 @@ class PacketPorts final : public Vela::PacketSockets {
         Binding binding{0, 0};
     };
 
+    std::map<std::string, uint32_t> devices_;
     std::vector<Port> ports_;
     std::map<int, uint32_t> senders_; // the near end's number to the interface it is bound to
     std::map<int, size_t> unbound_;   // the near end's number to the index of its port

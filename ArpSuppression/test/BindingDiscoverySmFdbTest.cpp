@@ -298,6 +298,14 @@ TEST_F(BindingDiscoverySmDeathTest, aHostGoesWithItsLastBinding) {
                 "\"!localBindingRecord\\(\\)->macToIpHas\\( vlanIdMacAddress \\)\"\n");
 }
 
+TEST_F(BindingDiscoverySmDeathTest, cannotDoWithoutTheSwitchsOwnAddresses) {
+    const std::string unit = "(^|\n)ArpSuppression/BindingDiscoverySm:[0-9]+ BindingDiscoverySm: ";
+    EXPECT_EXIT(machine(nullptr, state().fhrpVrMacStatus), testing::KilledBySignal(SIGABRT),
+                unit + "assertion failed \"bridgingConfig\\(\\)\"\n");
+    EXPECT_EXIT(machine(state().bridgingConfig, nullptr), testing::KilledBySignal(SIGABRT),
+                unit + "assertion failed \"fhrpVrMacStatus\\(\\)\"\n");
+}
+
 } // namespace
 
 } // namespace ArpSuppression

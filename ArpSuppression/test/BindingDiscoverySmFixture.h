@@ -43,6 +43,19 @@ class BindingDiscoverySmFixture : public RoadFixture {
         });
     }
 
+    /// A machine beside the agent's own, where either of the two may be missing.
+    Vela::Ptr<BindingDiscoverySm>
+    machine(const Vela::Ptr<const Bridging::Config>& bridgingConfig,
+            const Vela::Ptr<const Routing::Fhrp::VirtualRouterMacStatus>& fhrpVrMacStatus) {
+        auto& mounts = *agent->mounts();
+        return Vela::make<BindingDiscoverySm>(
+            scheduler(), root().receivedRequestTrapV4(), root().receivedRequestTrapV6(),
+            bridgingConfig, mounts.bridgingStatus(), mounts.arpSuppressionCounterStatus(),
+            root().vlanL3InfoStatus(), root().remoteBindingStatus(), mounts.arpStatus(),
+            fhrpVrMacStatus, mounts.arpInputConfig(), root().localBindingRecord(),
+            mounts.evpnStatus(), root().arpInputConfigTrigger());
+    }
+
     BindingDiscoverySm& sm() { return *rootSm().bindingDiscoverySm(); }
     LocalBindingRecord& record() { return *root().localBindingRecord(); }
     RemoteBindingStatus& remote() { return *root().remoteBindingStatus(); }

@@ -6,6 +6,8 @@
 #include "Testing/TraceCapture.h"
 
 #include <csignal>
+#include <map>
+#include <random>
 #include <set>
 #include <vector>
 
@@ -372,6 +374,35 @@ TEST_F(LocalBindingRecordTest, AWalkMeetsWhatStays) {
     EXPECT_EQ(record_->bindings(), 250u);
     EXPECT_FALSE(record_->macToIpHas(a_));
     expectConsistent();
+}
+
+TEST_F(LocalBindingRecordTest, AgreesWithAMapWhateverIsDone) {
+    std::map<VrfIpAddress, VlanIdMacAddress> model;
+    std::mt19937 random(1);
+    auto below = [&](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+    for (unsigned step = 0; step < 3000; ++step) {
+        VrfIpAddress key(red_, IpGenAddr(0x0A000000u + below(30)));
+        // In turns the record grows and shrinks.
+        if (below(4) < (step / 200 % 2 ? 3u : 1u)) {
+            VlanIdMacAddress host(
+                VlanId(10 + below(2)),
+                EthAddr(EthAddr::Bytes{2, 0, 0, 0, 0, static_cast<uint8_t>(below(6))}));
+            auto binding = record_->createLocalBinding(key, host);
+            EXPECT_FALSE(binding->arpStatusHasDynamicEntry());
+            binding->arpStatusHasDynamicEntryIs(true);
+            model[key] = host;
+        } else if (auto binding = record_->binding(key)) {
+            record_->deleteLocalBinding(binding);
+            model.erase(key);
+        }
+        ASSERT_EQ(record_->bindings(), model.size());
+        for (const auto& [address, host] : model) {
+            ASSERT_TRUE(record_->bindingHas(address));
+            ASSERT_EQ(record_->binding(address)->vlanIdMacAddress(), host);
+        }
+        expectConsistent();
+        ASSERT_FALSE(HasFailure()) << "step " << step;
+    }
 }
 
 TEST_F(LocalBindingRecordTest, FindsOrCreatesInEachView) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/if_packet.h>
+#include <net/if.h>
 #include <sys/socket.h>
 
 namespace Vela {
@@ -85,6 +86,10 @@ size_t PacketSockets::sendAll(int fd, uint16_t protocol,
         ++sent;
     }
     return sent;
+}
+
+uint32_t PacketSockets::ifIndex(const std::string& deviceName) {
+    return if_nametoindex(deviceName.c_str());
 }
 
 PacketSockets& packetSockets() {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace Vela {
 
@@ -13,6 +14,8 @@ class PacketSockets {
   public:
     virtual ~PacketSockets() = default;
 
+    /// The kernel index of a device in the thread's network namespace, or 0.
+    virtual uint32_t ifIndex(const std::string& deviceName);
     /// A raw packet socket of the thread's network namespace for an Ethernet protocol in host byte
     /// order; with 0 it receives nothing. Owns nothing when it failed.
     virtual UniqueFd open(uint16_t protocol) = 0;
