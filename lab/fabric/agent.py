@@ -51,6 +51,10 @@ class Agent:
     def running(self):
         return self._process is not None
 
+    @property
+    def pid(self):
+        return self._process.pid
+
     def control(self, *arguments, check=True):
         """What arpsupctl prints."""
         program = f"{self._programs}/Ctl/arpsupctl"
@@ -64,6 +68,14 @@ class Agent:
         """The remote bindings that it has."""
         rows = self._rows("bindings", "remote")
         return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
+
+    def active_vlans(self):
+        """Those that it has published as active; none if it cannot be asked."""
+        return {row["vlan"] for row in self._rows("vlans") if row["active"]}
+
+    def forwarding_plane(self):
+        """What show forwarding-plane says; nothing if it cannot be asked."""
+        return self._rows("forwarding-plane") or {}
 
     def _rows(self, *what):
         shown = self.control("show", *what, "-j", check=False)

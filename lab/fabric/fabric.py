@@ -239,7 +239,7 @@ class Fabric:
             for leaf in self.leaves.values():
                 leaf.flood_to(self.other(leaf))
         for host in self.hosts.values():
-            self._introduce(host)
+            self.introduce(host)
         if bgp:
             for leaf in self.leaves.values():
                 self.await_routes(leaf)
@@ -297,9 +297,9 @@ class Fabric:
         source, host.leaf = host.leaf, self.other(host.leaf)
         source.namespace.links(f"link set {host.port} netns {host.leaf.namespace.name}")
         host.leaf.port_up(host)
-        self._introduce(host)
+        self.introduce(host)
 
-    def _introduce(self, host):
+    def introduce(self, host):
         """The host talks until its leaf knows it. Once is not enough after a move: zebra removes
         the neighbour that it had as a remote one only after it has seen the host at its new port.
         """

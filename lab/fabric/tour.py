@@ -24,13 +24,19 @@ class Tour:
         os.makedirs(self._directory)
         self.fabric.start()
         for number, leaf in self.fabric.leaves.items():
-            remote = self.fabric.hosts_of(self.fabric.other(leaf))
-            static = {host.binding for host in remote if host.vlan == VRF_VLAN}
             directory = f"{self._directory}/{leaf.name}"
-            self.agents[number] = Agent(leaf, self._programs, directory, static)
+            self.agents[number] = Agent(
+                leaf, self._programs, directory, self.static_bindings(number)
+            )
 
     def stop(self):
         self.fabric.stop()
+
+    def static_bindings(self, number):
+        """What a leaf's configuration is to say: where the hosts are that no control plane finds.
+        """
+        remote = self.fabric.hosts_of(self.fabric.other(self.fabric.leaves[number]))
+        return {host.binding for host in remote if host.vlan == VRF_VLAN}
 
     def bindings_due(self, number):
         """What an agent should know: what BGP has told its leaf, and its configuration."""

@@ -6,7 +6,6 @@ suppression.py PROGRAMS [TEST...]: with the fabric's package in PYTHONPATH, as r
 import os
 import shutil
 import signal
-import socket
 import sys
 import tempfile
 import threading
@@ -17,7 +16,7 @@ from fabric import asking
 from fabric.agent import Agent
 from fabric.fabric import Fabric
 from fabric.namespaces import eventually
-from fabric.wire import BROADCAST, Tap, arp_of
+from fabric.wire import Tap, arp_of, request
 
 programs = ""
 
@@ -160,7 +159,9 @@ class SuppressionTest(unittest.TestCase):
         self.fabric.wire.settle()
         tap = Tap(self.h11.namespace, "eth0")
         self.addCleanup(tap.close)
-        tap.send(_request(self.h11, self.h21, self.h21.mac))
+        tap.send(
+            request(self.h11.mac, self.h11.address, self.h21.address, self.h21.mac)
+        )
         carried = [item.arp for item in self.fabric.wire.settle()]
         replies = [arp_of(frame.data) for frame in tap.take() if not frame.outgoing]
         self.assertEqual([reply.source for reply in replies if reply], [self.h21.mac])
@@ -208,12 +209,12 @@ class SuppressionTest(unittest.TestCase):
         tap = Tap(self.h11.namespace, "eth0")
         self.addCleanup(tap.close)
         self.fabric.wire.settle()
-        request = _request(self.h11, self.h21, BROADCAST)
+        frame = request(self.h11.mac, self.h11.address, self.h21.address)
         requests = 0
         meanwhile = threading.Thread(target=restart)
         meanwhile.start()
         while meanwhile.is_alive():
-            tap.send(request)
+            tap.send(frame)
             requests += 1
             time.sleep(0.0005)
         meanwhile.join()
@@ -245,16 +246,6 @@ class SuppressionTest(unittest.TestCase):
         self.assertGreaterEqual(
             sum(flood > killed[0] + 2 * 10**9 for flood in asked.floods), len(after)
         )
-
-
-def _request(host, target, destination):
-    """An ARP request as it is on the wire."""
-    mac = bytes.fromhex(host.mac.replace(":", ""))
-    to = bytes.fromhex(destination.replace(":", ""))
-    return (
-        to + mac + b"\x08\x06\x00\x01\x08\x00\x06\x04\x00\x01"
-        + mac + socket.inet_aton(host.address) + bytes(6) + socket.inet_aton(target.address)
-    )
 
 
 if __name__ == "__main__":

@@ -1,0 +1,81 @@
+"""What a process costs while it lives, and whether that grows."""
+
+import os
+import statistics
+import time
+from typing import NamedTuple
+
+
+class Sample(NamedTuple):
+    """Memory in KiB."""
+
+    resident: int
+    runtime: int  # what its runtime directory takes
+    descriptors: int
+    threads: int
+
+
+def sample(pid, directory):
+    """How a process is now. Raises OSError if it has ended."""
+    with open(f"/proc/{pid}/status", encoding="ascii") as file:
+        status = dict(line.split(":", 1) for line in file)
+    if "VmRSS" not in status:
+        raise ProcessLookupError(pid)  # it is about to
+    return Sample(
+        int(status["VmRSS"].split()[0]),
+        _taken(directory),
+        len(os.listdir(f"/proc/{pid}/fd")),
+        int(status["Threads"]),
+    )
+
+
+def _taken(directory):
+    blocks = 0
+    for path, _, files in os.walk(directory):
+        for name in files:
+            try:
+                blocks += os.lstat(os.path.join(path, name)).st_blocks
+            except FileNotFoundError:
+                pass  # replaced meanwhile
+    return blocks // 2
+
+
+class Life:
+    """One process from its start to its end. It is settled once it is so many seconds old."""
+
+    def __init__(self, pid, directory, settled_after):
+        self.pid = pid
+        self._directory = directory
+        self._begin = time.monotonic()
+        self._settled_after = settled_after
+        self._due = 0
+        self.seconds = 0  # at the latest look
+        self.settled = []  # samples since then, one a second
+
+    @property
+    def age(self):
+        return time.monotonic() - self._begin
+
+    def look(self):
+        self.seconds = self.age
+        if self.age < max(self._settled_after, self._due):
+            return
+        self._due = self.age + 1
+        self.settled.append(sample(self.pid, self._directory))
+
+    def typical(self, what):
+        """The middle of what was seen since it was settled."""
+        return statistics.median(getattr(item, what) for item in self.settled)
+
+    def grown(self, what):
+        """By how much the last third of what was seen is above the first."""
+        values = [getattr(item, what) for item in self.settled]
+        third = len(values) // 3
+        if third == 0:
+            return 0
+        return statistics.median(values[-third:]) - statistics.median(values[:third])
+
+    def course(self, what):
+        """From the first that was seen since it was settled to the last."""
+        values = [getattr(item, what) for item in self.settled]
+        return f"{values[0]}-{values[-1]}" if values else "-"
