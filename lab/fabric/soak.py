@@ -217,8 +217,8 @@ class Soak:
         with self._watch.quiet():
             period = self._traffic.period
             for number, agent in self._tour.agents.items():
-                self._check_counters(number, agent)
                 self._check_process(number, agent)
+                self._check_counters(number, agent)
         self._check_period(period)
 
     def _check_period(self, period):
@@ -248,7 +248,11 @@ class Soak:
         now = sample(agent.pid, agent.runtime)
         first = self._descriptors.setdefault(number, now.descriptors)
         if now.descriptors != first:
-            raise Fault(f"the agent of leaf{number} has {now.descriptors} descriptors, not {first}")
+            more, less = now.descriptors - first, first - now.descriptors
+            raise Fault(
+                f"the agent of leaf{number} has descriptors that it had not before:"
+                f" {dict(more) or 'none'}, and lacks {dict(less) or 'none'}"
+            )
         if now.threads != 1:
             raise Fault(f"the agent of leaf{number} has {now.threads} threads")
 
@@ -285,7 +289,7 @@ class Soak:
                 lines.append(
                     f"{f'leaf{number}':<10}{index:>5}{life.seconds:>9.0f}"
                     f"{life.course('resident'):>14}{life.course('runtime'):>13}"
-                    f"{self._descriptors[number]:>13}"
+                    f"{sum(self._descriptors[number].values()):>13}"
                 )
         lines += [f"{count:>9} {name}" for name, count in sorted(self._total.items()) if count]
         return "\n".join(lines)

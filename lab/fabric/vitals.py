@@ -1,8 +1,11 @@
 """What a process costs while it lives, and whether that grows."""
 
+import contextlib
 import os
+import re
 import statistics
 import time
+from collections import Counter
 from typing import NamedTuple
 
 
@@ -11,7 +14,7 @@ class Sample(NamedTuple):
 
     resident: int
     runtime: int  # what its runtime directory takes
-    descriptors: int
+    descriptors: Counter  # what they are of, without numbers
     threads: int
 
 
@@ -24,19 +27,26 @@ def sample(pid, directory):
     return Sample(
         int(status["VmRSS"].split()[0]),
         _taken(directory),
-        len(os.listdir(f"/proc/{pid}/fd")),
+        _descriptors(f"/proc/{pid}/fd"),
         int(status["Threads"]),
     )
+
+
+def _descriptors(directory):
+    kinds = Counter()
+    for name in os.listdir(directory):
+        with contextlib.suppress(FileNotFoundError):
+            target = os.readlink(f"{directory}/{name}")
+            kinds[re.sub(r"\d+| \(deleted\)$", "", target)] += 1
+    return kinds
 
 
 def _taken(directory):
     blocks = 0
     for path, _, files in os.walk(directory):
         for name in files:
-            try:
+            with contextlib.suppress(FileNotFoundError):  # replaced meanwhile
                 blocks += os.lstat(os.path.join(path, name)).st_blocks
-            except FileNotFoundError:
-                pass  # replaced meanwhile
     return blocks // 2
 
 
