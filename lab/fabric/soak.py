@@ -223,18 +223,18 @@ class Soak:
 
     def _check_period(self, period):
         fabric = self._tour.fabric
-        owned = {host.address for host in fabric.hosts.values()}
-        owned |= {leaf.gateway(vlan) for leaf in fabric.leaves.values() for vlan in VLANS}
+        hosts = {host.address for host in fabric.hosts.values()}
+        owned = hosts | {leaf.gateway(vlan) for leaf in fabric.leaves.values() for vlan in VLANS}
         texts = [
             f"{asked.host} asked {requests} times for {asked.address} and had {replies} replies"
             for asked, (requests, replies) in period.unanswered(owned).items()
         ]
-        leaf_of = {host.address: host.leaf for host in fabric.hosts.values()}
         texts += [
             f"{count} requests of {asked.host} for {asked.address} were flooded"
             for asked, count in period.floods.items()
-            if asked.address in leaf_of
+            if asked.address in hosts
         ]
+        texts += [f"{name} could not send" for name in period.unsent]
         if texts:
             raise Fault("; ".join(texts))
 

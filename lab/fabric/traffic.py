@@ -1,6 +1,7 @@
 """Hosts that ask at a steady rate, and what the wire shows of it."""
 
 import contextlib
+import errno
 from collections import Counter
 from dataclasses import dataclass, field
 from typing import NamedTuple
@@ -26,6 +27,7 @@ class Period:
     requests: Counter = field(default_factory=Counter)  # by Asked
     replies: Counter = field(default_factory=Counter)  # by Asked
     floods: Counter = field(default_factory=Counter)  # by Asked: ordinary requests in the tunnel
+    unsent: Counter = field(default_factory=Counter)  # by host: its cable is out
 
     def unanswered(self, owned):
         """Those whose replies are not one for each request, or none where nobody has the address:
@@ -56,7 +58,13 @@ class Traffic:
         name = self._random.choice(sorted(self._taps))
         host = self._fabric.hosts[name]
         sender, target, destination = self._draw(host)
-        self._taps[name].send(request(host.mac, sender, target, destination))
+        try:
+            self._taps[name].send(request(host.mac, sender, target, destination))
+        except OSError as error:
+            if error.errno != errno.ENOBUFS:
+                raise
+            self.period.unsent[name] += 1
+            return
         if target != host.address:
             self.period.requests[Asked(name, target)] += 1
 
