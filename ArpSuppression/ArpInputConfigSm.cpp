@@ -268,36 +268,30 @@ uint32_t ArpInputConfigSm::walkVrf(const L3::VrfName& vrfName,
                                    const Vela::Ptr<Arp::InputConfigVrf>& vrf,
                                    std::optional<Arp::InputConfigKey>& bookmark) {
     const Vela::Ptr<VrfInfo> vrfInfo = vlanL3InfoStatus_->vrfInfo(vrfName);
+    auto confirm = [&](const Arp::InputConfigKey& key, const Arp::InputConfigEntry&) {
+        if (!vrfInfo) {
+            deleteEntry(vrf, key);
+        } else if (key.ipAddress().af() == Zinc::ipv4()) {
+            const VrfIpAddress address(vrfInfo, key.ipAddress());
+            ipv4VlanIntfIdShadowIs(address, key.intfId());
+            updateVrfIpAddress(address, false);
+        } else {
+            updateVrfIpAddress({vrfInfo, key.ipAddress(), key.intfId()}, false);
+        }
+    };
     uint32_t count = 0;
     if (!bookmark || bookmark->ipAddress().af() == Zinc::ipv4()) {
-        count = walkCollection(vrf->ipv4EntryCollection(), bookmark,
-                               [&](const Arp::InputConfigKey& key, const auto&) {
-                                   if (!vrfInfo) {
-                                       deleteEntry(vrf, key);
-                                       return;
-                                   }
-                                   const VrfIpAddress address(vrfInfo, key.ipAddress());
-                                   ipv4VlanIntfIdShadowIs(address, key.intfId());
-                                   updateVrfIpAddress(address, false);
-                               });
+        count = walkCollection(vrf->ipv4EntryCollection(), bookmark, confirm);
         if (bookmark) {
             TRACE(trace, 8, this, "ipv4 walk suspended");
             return count;
         }
-        auto firstOfNext = vrf->ipv6EntryCollection().first();
-        if (!destroyed() && firstOfNext && count > 0 && mustYield()) {
-            bookmark = firstOfNext.key();
-        }
     }
-    if (!bookmark || count == 0) {
-        count += walkCollection(
-            vrf->ipv6EntryCollection(), bookmark, [&](const Arp::InputConfigKey& key, const auto&) {
-                if (!vrfInfo) {
-                    deleteEntry(vrf, key);
-                    return;
-                }
-                updateVrfIpAddress({vrfInfo, key.ipAddress(), key.intfId()}, false);
-            });
+    auto firstOfIpv6 = vrf->ipv6EntryCollection().first();
+    if (firstOfIpv6 && count > 0 && mustYield()) {
+        bookmark = firstOfIpv6.key();
+    } else {
+        count += walkCollection(vrf->ipv6EntryCollection(), bookmark, confirm);
     }
     if (bookmark) {
         TRACE(trace, 8, this, "ipv6 walk suspended");

@@ -59,10 +59,17 @@ void BindingDiscoverySm::handleInitialized() {
         this, [this](const Bridging::HostKey& hostKey) { handleFdbStatus(hostKey); });
     remoteBinding_ = remoteBindingStatus_->lastVrfIpAddressChangeAttribute().react(
         this, [this] { handleRemoteBinding(); });
+    vlanL3Info_ = vlanL3InfoStatus_->vlanL3InfoCollection().react(
+        this, [this](VlanId vlanId) { handleVlanL3Info(vlanId); });
+    varpVirtualMac_ =
+        fhrpVrMacStatus_->varpVirtualMacAttribute().react(this, [this] { handleVarpVirtualMac(); });
+    updateAllVlans();
 }
 
 void BindingDiscoverySm::handleDestroy() noexcept {
     TRACE(trace, 8, this, "handleDestroy");
+    varpReplyV4SmDelAll();
+    varpReplyV6SmDelAll();
 }
 
 // The record
@@ -262,8 +269,92 @@ void BindingDiscoverySm::handleRemoteBinding() {
     }
 }
 
+// Replies to the virtual router
+
+/// Listeners follow what else changes of the VLAN's L3 information by themselves.
+void BindingDiscoverySm::handleVlanL3Info(VlanId vlanId) {
+    auto vlanL3Info = vlanL3InfoStatus_->vlanL3Info(vlanId);
+    const Zinc::EthAddr& varpVirtualMac = fhrpVrMacStatus_->varpVirtualMac();
+    auto v4Sm = varpReplyV4Sm(vlanId);
+    auto v6Sm = varpReplyV6Sm(vlanId);
+    assertThat((nullptr == v4Sm) == (nullptr == v6Sm),
+               "( nullptr == v4Sm ) == ( nullptr == v6Sm )");
+    bool need = vlanL3Info && !varpVirtualMac.isZero();
+    bool have = v4Sm != nullptr;
+    TRACE(trace, 8, this,
+          (need == have ? "no change"
+           : need       ? "create"
+                        : "delete")
+              << " vlanId=" << vlanId << " vlanL3Info=" << vlanL3Info
+              << " varpVirtualMac=" << varpVirtualMac << " v4Sm=" << v4Sm << " v6Sm=" << v6Sm);
+    if (need && !have) {
+        varpReplyV4SmIs(vlanId);
+        varpReplyV6SmIs(vlanId);
+    } else if (have && !need) {
+        varpReplyV4SmDel(vlanId);
+        varpReplyV6SmDel(vlanId);
+    }
+}
+
+void BindingDiscoverySm::handleVarpVirtualMac() {
+    TRACE(trace, 8, this, "varpVirtualMac=" << fhrpVrMacStatus_->varpVirtualMac());
+    updateAllVlans();
+}
+
+void BindingDiscoverySm::updateAllVlans() {
+    const auto& vlans = vlanL3InfoStatus_->vlanL3InfoCollection();
+    for (auto vlanL3Info = vlans.first(); vlanL3Info; ++vlanL3Info) {
+        handleVlanL3Info(vlanL3Info.key());
+    }
+}
+
+template <class Listener>
+Vela::Ptr<Listener> BindingDiscoverySm::listener(Zinc::AddressFamily af, VlanId vlanId) {
+    return Vela::make<Listener>(scheduler_, af, vlanL3InfoStatus_->vlanL3Info(vlanId),
+                                arpSuppressionCounterStatus_, fhrpVrMacStatus_, *this);
+}
+
+Vela::Ptr<BindingDiscoveryVarpReplyV4Sm> BindingDiscoverySm::varpReplyV4SmIs(VlanId vlanId) {
+    return varpReplyV4Sm_.findOrAdd(
+        vlanId, [&] { return listener<BindingDiscoveryVarpReplyV4Sm>(Zinc::ipv4(), vlanId); });
+}
+
+Vela::Ptr<BindingDiscoveryVarpReplyV6Sm> BindingDiscoverySm::varpReplyV6SmIs(VlanId vlanId) {
+    return varpReplyV6Sm_.findOrAdd(
+        vlanId, [&] { return listener<BindingDiscoveryVarpReplyV6Sm>(Zinc::ipv6(), vlanId); });
+}
+
+void BindingDiscoverySm::varpReplyV4SmDel(VlanId vlanId) {
+    if (auto removed = varpReplyV4Sm_.del(vlanId)) {
+        (*removed)->destroy();
+    }
+}
+
+void BindingDiscoverySm::varpReplyV6SmDel(VlanId vlanId) {
+    if (auto removed = varpReplyV6Sm_.del(vlanId)) {
+        (*removed)->destroy();
+    }
+}
+
+void BindingDiscoverySm::varpReplyV4SmDelAll() {
+    varpReplyV4Sm_.delAll([](const auto& listener) { listener->destroy(); });
+}
+
+void BindingDiscoverySm::varpReplyV6SmDelAll() {
+    varpReplyV6Sm_.delAll([](const auto& listener) { listener->destroy(); });
+}
+
 void BindingDiscoverySm::dumpState(Vela::DumpContext& context, int indent) const {
     context.print(indent, "BindingDiscoverySm\n");
+    int inner = indent + 2;
+    context.print(inner, "varpReplyV4Sm[] #%zu\n", varpReplyV4Sm_.count());
+    for (auto listener = varpReplyV4Sm_.first(); listener; ++listener) {
+        context.child(inner + 2, "varpReplyV4Sm", listener.value().get());
+    }
+    context.print(inner, "varpReplyV6Sm[] #%zu\n", varpReplyV6Sm_.count());
+    for (auto listener = varpReplyV6Sm_.first(); listener; ++listener) {
+        context.child(inner + 2, "varpReplyV6Sm", listener.value().get());
+    }
 }
 
 } // namespace ArpSuppression

@@ -2,6 +2,7 @@
 
 #include "ArpSuppression/ArpInputConfigTrigger.h"
 #include "ArpSuppression/ArpSuppression.h"
+#include "ArpSuppression/BindingDiscoveryVarpReplySm.h"
 #include "ArpSuppression/LocalBinding.h"
 #include "ArpSuppression/RemoteBindingStatus.h"
 #include "ArpSuppression/TrappedMessage.h"
@@ -23,8 +24,17 @@ bool toggleLocalMultihomeSelectiveArpInstallEnabled();
 /// They are learnt from the senders of trapped requests, and from remote bindings whose MAC address
 /// turns up on a port of this switch. They go when the MAC address leaves that port, or when a
 /// remote binding claims the address. Each change is dealt with at once.
+///
+/// Replies that hosts send to the virtual router come past no trap: while there is a virtual router
+/// MAC address, each VLAN with L3 information has a pair of listeners for them, which are owned
+/// here and call createLocalBinding.
 class BindingDiscoverySm final : public Vela::Entity {
   public:
+    using VarpReplyV4SmCollection =
+        Vela::Map<Bridging::VlanId, Vela::Ptr<BindingDiscoveryVarpReplyV4Sm>>;
+    using VarpReplyV6SmCollection =
+        Vela::Map<Bridging::VlanId, Vela::Ptr<BindingDiscoveryVarpReplyV6Sm>>;
+
     /// The kernel's neighbours and those asked for are the business of who writes neighbour
     /// entries; discovery is given them and has no use for them.
     BindingDiscoverySm(Vela::Ptr<Vela::TaskScheduler> scheduler,
@@ -53,6 +63,23 @@ class BindingDiscoverySm final : public Vela::Entity {
     /// Removes a binding of the record, and counts it.
     void deleteLocalBinding(const Vela::Ptr<LocalBinding>& binding);
 
+    /// A VLAN has both listeners or neither.
+    const VarpReplyV4SmCollection& varpReplyV4SmCollection() const { return varpReplyV4Sm_; }
+    const VarpReplyV6SmCollection& varpReplyV6SmCollection() const { return varpReplyV6Sm_; }
+    Vela::Ptr<BindingDiscoveryVarpReplyV4Sm> varpReplyV4Sm(Bridging::VlanId vlanId) const {
+        return varpReplyV4Sm_.value(vlanId);
+    }
+    Vela::Ptr<BindingDiscoveryVarpReplyV6Sm> varpReplyV6Sm(Bridging::VlanId vlanId) const {
+        return varpReplyV6Sm_.value(vlanId);
+    }
+    /// Find or create the listener of a VLAN that has L3 information.
+    Vela::Ptr<BindingDiscoveryVarpReplyV4Sm> varpReplyV4SmIs(Bridging::VlanId vlanId);
+    Vela::Ptr<BindingDiscoveryVarpReplyV6Sm> varpReplyV6SmIs(Bridging::VlanId vlanId);
+    void varpReplyV4SmDel(Bridging::VlanId vlanId);
+    void varpReplyV6SmDel(Bridging::VlanId vlanId);
+    void varpReplyV4SmDelAll();
+    void varpReplyV6SmDelAll();
+
   protected:
     void handleInitialized() override;
     void handleDestroy() noexcept override;
@@ -64,6 +91,11 @@ class BindingDiscoverySm final : public Vela::Entity {
     void processLocalMac(const VlanIdMacAddress& vlanIdMacAddress, Zinc::IntfId intfId);
     void processRemoteMac(const VlanIdMacAddress& vlanIdMacAddress);
     void handleRemoteBinding();
+    void handleVlanL3Info(Bridging::VlanId vlanId);
+    void handleVarpVirtualMac();
+    void updateAllVlans();
+    template <class Listener>
+    Vela::Ptr<Listener> listener(Zinc::AddressFamily af, Bridging::VlanId vlanId);
     bool remoteIpToMacIsLocalMultihomed(const Vela::Ptr<const VlanL3Info>& vlanL3Info,
                                         const Zinc::IpGenAddr& ipAddress,
                                         const Zinc::EthAddr& macAddress) const;
@@ -87,6 +119,10 @@ class BindingDiscoverySm final : public Vela::Entity {
     Vela::Reaction trappedV6_;
     Vela::Reaction fdbStatus_;
     Vela::Reaction remoteBinding_;
+    Vela::Reaction vlanL3Info_;
+    Vela::Reaction varpVirtualMac_;
+    VarpReplyV4SmCollection varpReplyV4Sm_;
+    VarpReplyV6SmCollection varpReplyV6Sm_;
 };
 
 } // namespace ArpSuppression

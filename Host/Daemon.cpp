@@ -132,6 +132,7 @@ Daemon::~Daemon() {
     controlSocket_.reset();
     forwardingPlane_.reset(); // while the agent has its sockets, requests may still come
     agent_.reset(); // it withdraws what it has published, for which it needs everything else
+    carryOutWithdrawals();
     kernelSwitch_.reset();
     staticEntries_.reset();
     state_.reset();
@@ -165,6 +166,18 @@ void Daemon::stopTrapping() {
     forwardingPlane_->enabledIs(false);
     auto deadline = clock_.now() + std::chrono::milliseconds(300);
     while (clock_.now() < deadline && scheduler_->turn(std::chrono::milliseconds(10))) {
+    }
+}
+
+/// Takes the agent's entries out of the kernel. Those for which there is no time are found there and
+/// withdrawn by the next agent.
+void Daemon::carryOutWithdrawals() {
+    if (!kernelSwitch_ || !kernelSwitch_->neighborWriter().started()) {
+        return;
+    }
+    auto deadline = clock_.now() + std::chrono::seconds(1);
+    while (!kernelSwitch_->neighborWriter().idle() && clock_.now() < deadline) {
+        scheduler_->turn(std::chrono::milliseconds(10));
     }
 }
 

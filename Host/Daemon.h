@@ -41,6 +41,7 @@ class Daemon {
     void publish(Configuration configuration);
     void makeForwardingPlane();
     void stopTrapping();
+    void carryOutWithdrawals();
     void reload();
     void dump(Vela::DumpContext& context) const;
 

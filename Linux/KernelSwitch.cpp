@@ -1,5 +1,6 @@
 #include "Linux/KernelSwitch.h"
 
+#include "Linux/NeighborSocket.h"
 #include "Linux/NetNsId.h"
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/Trace.h"
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <memory>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -51,6 +53,17 @@ KernelSwitch::KernelSwitch(Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Switc
         scheduler_, topology_, state_.arpStatus, state_.remoteBindingConfig, configuredBindings_,
         localMultihomedSm_.ptr(),
         [this](const std::string& netNs) { requestResync(netNs, NetlinkKind::neighbors); });
+    writer_ = Vela::make<NeighborWriter>(
+        NeighborWriter::Inputs{.scheduler = scheduler_,
+                               .inputConfig = state_.arpInputConfig,
+                               .topology = topology_,
+                               .ip6Status = state_.ip6Status,
+                               .arpStatus = state_.arpStatus,
+                               .remoteBindingConfig = state_.remoteBindingConfig,
+                               .configuredBindings = configuredBindings_,
+                               .bridgingConfig = state_.bridgingConfig,
+                               .bridgingStatus = state_.bridgingStatus});
+    writer_->vrfsAre(configuration.vrfs);
     devices_ = Vela::make<DevicePublisher>(
         scheduler_, state_, topology_,
         DevicePublisher::Questions{
@@ -72,6 +85,7 @@ KernelSwitch::~KernelSwitch() = default;
 
 void KernelSwitch::handleInitialized() {
     settledReaction_ = devices_->settledAttribute().react(this, [this] { task_->schedule(); });
+    readBackReaction_ = writer_->startedAttribute().react(this, [this] { task_->schedule(); });
     attach(ownNetNs);
     // Those that there are already count for completeness from the start.
     for (const std::string& name : namesOf(devices_->configuration())) {
@@ -86,6 +100,7 @@ void KernelSwitch::handleDestroy() noexcept {
     task_.reset();
     watch_.reset();
     feeds_.clear();
+    writer_.reset();
     devices_.reset();
     neighbors_.reset();
     fdb_.reset();
@@ -106,6 +121,7 @@ void KernelSwitch::dumpState(Vela::DumpContext& context, int indent) const {
     topology_->dumpState(context, indent + 2);
     fdb_->dumpState(context, indent + 2);
     neighbors_->dumpState(context, indent + 2);
+    writer_->dumpState(context, indent + 2);
     localMultihomedSm_->dumpState(context, indent + 2);
 }
 
@@ -115,6 +131,9 @@ void KernelSwitch::configurationIs(LinuxConfiguration configuration) {
     std::set<std::string> before = namesOf(devices_->configuration());
     std::set<std::string> after = namesOf(configuration);
     bool bufferChanged = configuration.receiveBuffer != devices_->configuration().receiveBuffer;
+    if (configuration.vrfs != devices_->configuration().vrfs) {
+        writer_->vrfsAre(configuration.vrfs);
+    }
     devices_->configurationIs(std::move(configuration));
     for (const std::string& name : before) {
         if (!after.contains(name)) {
@@ -183,7 +202,9 @@ void KernelSwitch::attach(const std::string& netNs) {
     auto socket =
         Vela::make<Rtnetlink>(scheduler_, state_.entityManager->tableService()->changeLog(), netNs,
                               devices_->configuration().receiveBuffer);
+    auto channel = std::make_unique<NeighborSocket>(netNs);
     devices_->netNsIs(netNs);
+    writer_->netNsIs(netNs, std::move(channel));
     TRACE(traceHandle, 1, nullptr, "attached to " << netNs << ", inode " << socket->netNsInode());
     Feed& feed = feeds_[netNs];
     feed.socket = socket;
@@ -197,6 +218,7 @@ void KernelSwitch::detach(const std::string& netNs) {
     TRACE(traceHandle, 1, nullptr, "detached from " << netNs);
     bool entries = feeds_.at(netNs).entries;
     feeds_.erase(netNs); // the socket, which keeps the namespace, first
+    writer_->netNsDel(netNs);
     devices_->netNsDel(netNs);
     if (entries) {
         neighbors_->consumerDel(netNs);
@@ -218,7 +240,9 @@ void KernelSwitch::update() {
         }
         entries = entries && feed.entries;
     }
-    if (entries && synchronized()) {
+    if (entries && synchronized() && !writer_->started()) {
+        writer_->start();
+    } else if (entries && synchronized()) {
         state_.tablesCompleteIs();
         complete_.set(true);
     }

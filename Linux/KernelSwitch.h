@@ -5,6 +5,7 @@
 #include "Linux/FdbProvider.h"
 #include "Linux/LocalMultihomedSm.h"
 #include "Linux/NeighborProvider.h"
+#include "Linux/NeighborWriter.h"
 #include "Linux/NetNsWatch.h"
 #include "Linux/Rtnetlink.h"
 #include "Linux/Topology.h"
@@ -22,7 +23,9 @@ namespace Linux {
 ///
 /// First come devices and addresses of all namespaces that there are; then what they are to the
 /// switch is published; then neighbours and FDB follow, and when those of all have been told once,
-/// the tables are complete. A namespace that comes later goes through the same by itself.
+/// what an earlier agent left in them is read back into the input configuration, and the tables are
+/// complete. A namespace that comes later goes through the same by itself. From then on the input
+/// configuration is carried out to the kernel.
 class KernelSwitch final : public Vela::Entity {
   public:
     /// The state must outlive this object. Throws std::system_error where the kernel cannot be
@@ -41,6 +44,8 @@ class KernelSwitch final : public Vela::Entity {
     /// What the devices are to the switch.
     const Vela::Ptr<Topology>& topology() const { return topology_; }
     const DevicePublisher& devices() const { return *devices_; }
+    /// Outlives what is asked of it in a forked child, too.
+    NeighborWriter& neighborWriter() const { return *writer_.ptr(); }
 
     /// Whether everything that there was at the start is published and in the tables, which are
     /// complete from then on. Announces the change.
@@ -81,6 +86,7 @@ class KernelSwitch final : public Vela::Entity {
     Vela::Owned<LocalMultihomedSm> localMultihomedSm_;
     Vela::Owned<FdbProvider> fdb_;
     Vela::Owned<NeighborProvider> neighbors_;
+    Vela::Owned<NeighborWriter> writer_;
     Vela::Owned<DevicePublisher> devices_;
     std::map<std::string, Feed> feeds_;
     std::map<std::string, std::string> problems_; // of namespaces that cannot be followed
@@ -88,6 +94,7 @@ class KernelSwitch final : public Vela::Entity {
     Vela::Owned<Vela::Task> task_;
     Vela::Attribute<bool> complete_;
     Vela::Reaction settledReaction_;
+    Vela::Reaction readBackReaction_;
 };
 
 } // namespace Linux

@@ -15,12 +15,14 @@ Neighbor neighborOf(const NeighborMessage& message) {
     neighbor.macAddress = *message.macAddress;
     neighbor.isStatic = (message.state & fixed) != 0;
     Arp::ArpSource source{message.protocol};
-    bool own = source == Arp::ArpSource::arpSuppression;
+    // It tags permanent entries alone; on others the tag is left from before somebody else's
+    // change.
+    bool own = source == Arp::ArpSource::arpSuppression && (message.state & NUD_PERMANENT) != 0;
     if (!own && (message.flags & NTF_EXT_LEARNED) != 0) {
         return {Neighbor::Kind::remote, false, Arp::ArpSource::kernel, *message.macAddress};
     }
     neighbor.kind = Neighbor::Kind::local;
-    if (own || neighbor.isStatic) {
+    if (own || (neighbor.isStatic && source != Arp::ArpSource::arpSuppression)) {
         neighbor.source = source;
     }
     return neighbor;

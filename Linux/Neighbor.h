@@ -18,7 +18,7 @@ struct Neighbor {
 
     Kind kind = Kind::none;
     bool isStatic = false;
-    Arp::ArpSource source = Arp::ArpSource::kernel; ///< of a static one or the agent's own
+    Arp::ArpSource source = Arp::ArpSource::kernel; ///< of a static one
     Zinc::EthAddr macAddress;
 
     friend bool operator==(const Neighbor&, const Neighbor&) = default;
@@ -26,7 +26,7 @@ struct Neighbor {
 
 /// By state and flag. The protocol alone says little: the kernel keeps that of a control plane on
 /// entries that it has long withdrawn or that were learnt anew. Only the agent's own tag counts,
-/// and before the flag.
+/// on a permanent entry, and before the flag.
 Neighbor neighborOf(const NeighborMessage& message);
 
 } // namespace Linux

@@ -144,15 +144,20 @@ TEST(NeighborTest, goesByStateAndFlag) {
         // The kernel keeps the protocol of the entry that stood there before.
         EXPECT_EQ(of(state, 0, 11), (Neighbor{Kind::local, false, kernel, mac1})) << state;
         EXPECT_EQ(of(state, NTF_EXT_LEARNED, 11), (Neighbor{Kind::remote, false, kernel, mac1}));
-        EXPECT_EQ(of(state, 0, 110), (Neighbor{Kind::local, false, own, mac1})) << state;
+        EXPECT_EQ(of(state, 0, 110), (Neighbor{Kind::local, false, kernel, mac1})) << state;
+        EXPECT_EQ(of(state, NTF_EXT_LEARNED, 110), (Neighbor{Kind::remote, false, kernel, mac1}));
     }
     for (uint16_t state : std::initializer_list<uint16_t>{NUD_PERMANENT, NUD_NOARP}) {
         EXPECT_EQ(of(state, 0, 0), (Neighbor{Kind::local, true, kernel, mac1})) << state;
         EXPECT_EQ(of(state, 0, 4), (Neighbor{Kind::local, true, Arp::ArpSource{4}, mac1}));
         EXPECT_EQ(of(state, NTF_EXT_LEARNED, 0), (Neighbor{Kind::remote, false, kernel, mac1}));
-        EXPECT_EQ(of(state, NTF_EXT_LEARNED, 110), (Neighbor{Kind::local, true, own, mac1}));
         EXPECT_EQ(of(state, NTF_EXT_LEARNED, 11, true), Neighbor());
     }
+    // The agent tags permanent entries alone, and its tag counts before the flag.
+    EXPECT_EQ(of(NUD_PERMANENT, 0, 110), (Neighbor{Kind::local, true, own, mac1}));
+    EXPECT_EQ(of(NUD_PERMANENT, NTF_EXT_LEARNED, 110), (Neighbor{Kind::local, true, own, mac1}));
+    EXPECT_EQ(of(NUD_NOARP, 0, 110), (Neighbor{Kind::local, true, kernel, mac1}));
+    EXPECT_EQ(of(NUD_NOARP, NTF_EXT_LEARNED, 110), (Neighbor{Kind::remote, false, kernel, mac1}));
     for (uint16_t state : std::initializer_list<uint16_t>{NUD_NONE, NUD_INCOMPLETE, NUD_FAILED}) {
         EXPECT_EQ(of(state, 0, 0), Neighbor()) << state;
         EXPECT_EQ(of(state, NTF_EXT_LEARNED, 11), Neighbor()) << state;

@@ -22,16 +22,24 @@ InputConfigVrf::EntryCollection& InputConfigVrf::afEntryCollection(const InputCo
     return const_cast<EntryCollection&>(std::as_const(*this).afEntryCollection(key));
 }
 
+void InputConfigVrf::noteReplaced(const InputConfigKey& key) {
+    const InputConfigEntry* before = afEntry(key);
+    replaced_ = before ? std::optional(*before) : std::nullopt;
+}
+
+void InputConfigVrf::afEntryIs(const InputConfigKey& key, const InputConfigEntry& entry) {
+    noteReplaced(key);
+    afEntryCollection(key).set(key, entry);
+}
+
 void InputConfigVrf::afEntryDynamicIs(const InputConfigKey& key, const Zinc::EthAddr& macAddress,
                                       ArpSource source, QuickRefresh quickRefresh) {
-    afEntryCollection(key).set(
-        key, InputConfigEntry(macAddress, ArpType::ArpTypeId::dynamic, source, quickRefresh));
+    afEntryIs(key, {macAddress, ArpType::ArpTypeId::dynamic, source, quickRefresh});
 }
 
 void InputConfigVrf::afEntryPermanentIs(const InputConfigKey& key, const Zinc::EthAddr& macAddress,
                                         ArpSource source) {
-    afEntryCollection(key).set(key,
-                               InputConfigEntry(macAddress, ArpType::ArpTypeId::permanent, source));
+    afEntryIs(key, {macAddress, ArpType::ArpTypeId::permanent, source});
 }
 
 const InputConfigEntry* InputConfigVrf::afEntry(const InputConfigKey& key) const {
@@ -39,12 +47,16 @@ const InputConfigEntry* InputConfigVrf::afEntry(const InputConfigKey& key) const
 }
 
 bool InputConfigVrf::afEntryDel(const InputConfigKey& key) {
+    noteReplaced(key);
     return afEntryCollection(key).del(key).has_value();
 }
 
 void InputConfigVrf::handleDestroy() noexcept {
-    ipv4Entry_.delAll();
-    ipv6Entry_.delAll();
+    for (const EntryCollection* entries : {&ipv4Entry_, &ipv6Entry_}) {
+        for (auto entry = entries->first(); entry; ++entry) {
+            afEntryDel(entry.key());
+        }
+    }
 }
 
 void InputConfigVrf::dumpState(Vela::DumpContext& context, int indent) const {

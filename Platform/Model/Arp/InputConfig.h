@@ -5,6 +5,8 @@
 #include "Platform/State/Collection.h"
 #include "Platform/Value/VrfName.h"
 
+#include <optional>
+
 namespace Arp {
 
 /// The neighbour entries wanted in a VRF, by family. What writes an entry announces it only if it
@@ -40,16 +42,23 @@ class InputConfigVrf final : public Vela::Entity {
     /// Returns whether there was one.
     bool afEntryDel(const InputConfigKey& key);
 
+    /// What stood under the key that is being announced before it changed or went, with its marks;
+    /// nothing if the entry is new. Until the VRF changes again.
+    const std::optional<InputConfigEntry>& replacedEntry() const { return replaced_; }
+
   protected:
     void handleDestroy() noexcept override;
 
   private:
     const EntryCollection& afEntryCollection(const InputConfigKey& key) const;
     EntryCollection& afEntryCollection(const InputConfigKey& key);
+    void afEntryIs(const InputConfigKey& key, const InputConfigEntry& entry);
+    void noteReplaced(const InputConfigKey& key);
 
     const L3::VrfName vrfName_;
     EntryCollection ipv4Entry_;
     EntryCollection ipv6Entry_;
+    std::optional<InputConfigEntry> replaced_;
 };
 
 /// The neighbour entries that one agent wants to see in the kernel; owns the entries of the VRFs.

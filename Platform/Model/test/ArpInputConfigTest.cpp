@@ -184,6 +184,24 @@ TEST_F(ArpInputConfigTest, EndOfAVrfWithdrawsItsEntries) {
     EXPECT_EQ(vrf_->ipv4Entries() + vrf_->ipv6Entries(), 0u);
 }
 
+TEST_F(ArpInputConfigTest, AnAnnouncementCanAskWhatStoodThere) {
+    std::vector<std::optional<InputConfigEntry>> seen;
+    auto reaction = vrf_->ipv4EntryCollection().react(
+        nullptr, [&](const InputConfigKey&) { seen.push_back(vrf_->replacedEntry()); });
+    vrf_->afEntryPermanentIs(key4_, mac1_, source);
+    vrf_->afEntry(key4_)->carriedOutIs(3);
+    InputConfigEntry first = *vrf_->afEntry(key4_);
+    vrf_->afEntryDynamicIs(key4_, mac1_, source, QuickRefresh::immediate);
+    InputConfigEntry second = *vrf_->afEntry(key4_);
+    vrf_->afEntryDel(key4_);
+    vrf_->afEntryPermanentIs(key4_, mac1_, source);
+    vrf_->destroy();
+    using Seen = std::vector<std::optional<InputConfigEntry>>;
+    EXPECT_EQ(seen, (Seen{std::nullopt, first, second, std::nullopt, first}));
+    EXPECT_EQ(seen[1]->carriedOut(), 3);
+    EXPECT_EQ(seen[2]->carriedOut(), 0);
+}
+
 TEST_F(ArpInputConfigTest, Vrfs) {
     auto config = make<InputConfig>();
     EXPECT_EQ(config->vrfs(), 0u);
