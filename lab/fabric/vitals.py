@@ -12,7 +12,8 @@ from typing import NamedTuple
 class Sample(NamedTuple):
     """Memory in KiB."""
 
-    resident: int
+    resident: int  # without the trace's ring-buffer file, which is touched page by page as it fills
+    anonymous: int  # what of that is no file's
     runtime: int  # what its runtime directory takes
     descriptors: Counter  # what they are of, without numbers
     threads: int
@@ -25,11 +26,25 @@ def sample(pid, directory):
     if "VmRSS" not in status:
         raise ProcessLookupError(pid)  # it is about to
     return Sample(
-        int(status["VmRSS"].split()[0]),
+        int(status["VmRSS"].split()[0]) - _ring(pid),
+        int(status["RssAnon"].split()[0]),
         _taken(directory),
         _descriptors(f"/proc/{pid}/fd"),
         int(status["Threads"]),
     )
+
+
+def _ring(pid):
+    """How much of the ring-buffer file is resident."""
+    resident, mapping = 0, ""
+    with open(f"/proc/{pid}/smaps", encoding="utf-8") as file:
+        for line in file:
+            words = line.split()
+            if not words[0].endswith(":"):
+                mapping = line.rstrip()
+            elif words[0] == "Rss:" and mapping.endswith(".sl"):
+                resident += int(words[1])
+    return resident
 
 
 def _descriptors(directory):
