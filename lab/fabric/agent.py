@@ -22,6 +22,7 @@ class Agent:
         self.log = f"{directory}/arpsupd.log"
         self._process = None
         self.static_bindings = static_bindings
+        self.selective_install = False
         for name in ("", "/log", "/toggles"):
             os.makedirs(directory + name)
         self.configure()
@@ -69,6 +70,11 @@ class Agent:
         rows = self._rows("bindings", "remote")
         return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
 
+    def local_bindings(self):
+        """The bindings of its own hosts, as far as it knows them."""
+        rows = self._rows("bindings", "local")
+        return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
+
     def active_vlans(self):
         """Those that it has published as active; none if it cannot be asked."""
         return {row["vlan"] for row in self._rows("vlans") if row["active"]}
@@ -96,6 +102,8 @@ class Agent:
             "[evpn]",
             f"mpls = {str(mpls).lower()}",
         ]
+        if self.selective_install:
+            lines += ["[l2vpn]", "selective_arp_install = true"]
         for vlan, vni in VNI.items():
             lines += ["[[evpn.vlan]]", f"vlan = {vlan}", f"imet_label = {vni}"]
         lines += [

@@ -30,8 +30,8 @@ from .watch import Watch
 EVERY = 10  # seconds from one event to the next
 SETTLED = 60  # seconds after which an agent's memory is flat, or two fifths of a shorter life
 # KiB that are no growth: code is paged in when it runs for the first time, and the heap has its
-# ups and downs. 96 KiB is less than 30 bytes for each request of a life's settled part.
-SLACK = {"resident": 512, "anonymous": 96, "runtime": 0}
+# ups and downs. 48 KiB are some 25 bytes for each request of a life's settled part.
+SLACK = {"resident": 512, "anonymous": 48, "runtime": 0}
 RESTARTS = {1: (1 / 4, 1 / 2, 3 / 4), 2: (3 / 8, 5 / 8)}  # when, in parts of the whole time
 SHORT_RESTARTS = {1: (1 / 2,), 2: (1 / 3,)}  # if lives would be too short otherwise
 OTHERS = ("move", "flap", "bgpd", "reload", "move", "move", "reload", "move", "flap", "move")
