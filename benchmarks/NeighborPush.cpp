@@ -76,8 +76,9 @@ int main() {
     Testing::ip({"link", "add", "Vlan10", "type", "bridge"});
     Testing::ip({"link", "set", "Vlan10", "up"});
     std::printf("%u permanent entries, microseconds each\n", hosts);
-    std::printf("bare loop    made %5.2f  removed %5.2f\n", bareLoop(NeighborRequest::Verb::add),
-                bareLoop(NeighborRequest::Verb::remove));
+    double made = bareLoop(NeighborRequest::Verb::add);
+    double removed = bareLoop(NeighborRequest::Verb::remove);
+    std::printf("bare loop    made %5.2f  removed %5.2f\n", made, removed);
 
     Testing::LiveSwitch live;
     Linux::LinuxConfiguration configuration;
@@ -95,7 +96,7 @@ int main() {
         }
         double asked = microsecondsEach(start);
         waitUntil(live, [&] { return writer.idle(); });
-        double made = microsecondsEach(start);
+        double written = microsecondsEach(start);
         waitUntil(live, [&] { return kernel->synchronized() && table.count() == hosts; });
         double told = microsecondsEach(start);
         start = Clock::now();
@@ -104,7 +105,7 @@ int main() {
         waitUntil(live, [&] { return writer.idle() && table.count() == 0; });
         std::printf("writer       asked for %5.2f  made %5.2f  in the tables %5.2f  |  withdrawn "
                     "%5.2f  gone everywhere %5.2f\n",
-                    asked, made, told, withdrawn, microsecondsEach(start));
+                    asked, written, told, withdrawn, microsecondsEach(start));
     }
     Vela::DumpContext tasks;
     live.scheduler()->dumpState(tasks, 0);

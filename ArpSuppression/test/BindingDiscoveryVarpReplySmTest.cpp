@@ -240,6 +240,29 @@ TEST_F(BindingDiscoveryVarpReplySmTest, aSenderThatCannotBeBoundIsRefusedAfterwa
     EXPECT_EQ(record().bindings(), 0u);
 }
 
+TEST_F(BindingDiscoveryVarpReplySmTest, theVirtualRouterItselfIsNobodysHost) {
+    state().fhrpVrMacStatus->varpVirtualMacIs(virtualMac); // the agent listens itself
+    auto v4 = sm().varpReplyV4Sm(VlanId(10));
+    auto v6 = sm().varpReplyV6Sm(VlanId(10));
+    ASSERT_TRUE(v4 && v6);
+    runUntilIdle();
+    EXPECT_EQ(listening(), (std::vector<uint16_t>{0x0806, 0x86DD}));
+    countersMoved();
+    ports.inject(vlan10, ArpReply{.senderMac = virtualMac}.bytes());
+    ports.inject(vlan10, Advertisement{.frameSrc = virtualMac}.bytes());
+    runUntilIdle();
+    // Ports know no protocols: each listener refuses the other's frame.
+    EXPECT_EQ(countersMoved(), (Moved{{Id::varpArpAccepted, 1},
+                                      {Id::varpArpMalformed, 1},
+                                      {Id::varpNaAccepted, 1},
+                                      {Id::varpNaMalformed, 1},
+                                      {Id::bindingVarpMac, 2}}));
+    EXPECT_EQ(record().bindings(), 0u);
+    stop();
+    EXPECT_EQ(listening(), std::vector<uint16_t>());
+    EXPECT_TRUE(v4->destroyed() && v6->destroyed());
+}
+
 // What is learnt from a Neighbor Advertisement
 
 TEST_F(BindingDiscoveryVarpReplySmTest, anAdvertisementToTheVirtualRouterBindsItsSource) {

@@ -68,6 +68,7 @@ class FakeKernel {
     }
     /// Where set, what a request fails with, or 0.
     std::function<int(const NeighborRequest&)> failure;
+    bool mute = false; ///< it obeys, but its answers are lost
     /// Called before each batch: somebody else is faster.
     std::function<void()> before;
     size_t mostEntries = SIZE_MAX; ///< the table has room for, those that are permanent aside
@@ -85,7 +86,8 @@ class FakeKernel {
             std::vector<NeighborAnswer> answers;
             for (const NeighborRequest& request : requests) {
                 kernel_.requests.push_back(request);
-                answers.push_back(kernel_.obey(request));
+                NeighborAnswer answer = kernel_.obey(request);
+                answers.push_back(kernel_.mute ? NeighborAnswer() : answer);
             }
             return answers;
         }

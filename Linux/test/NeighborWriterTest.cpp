@@ -541,6 +541,26 @@ TEST_F(NeighborWriterTest, errorsAreCountedAndLostAnswersAskedForAgain) {
     EXPECT_EQ(count(Counter::interfaceGone), 2u);
 }
 
+TEST_F(NeighborWriterTest, whatWasDoneWithoutAnAnswerIsNotDoneAgain) {
+    start();
+    permanentIs(ip2, a);
+    settle();
+    kernel.mute = true;
+    permanentIs(ip, a);
+    del(ip2); // asks first, so nothing has been done
+    settle();
+    EXPECT_EQ(kernel.held(10, ip), permanent(a));
+    EXPECT_EQ(outcome(ip), Outcome::retry);
+    EXPECT_EQ(count(Counter::unanswered), 2u);
+    kernel.mute = false;
+    kernel.requests.clear();
+    settleFor(NeighborWriter::firstRetrySeconds + 1);
+    EXPECT_EQ(outcome(ip), Outcome::installed);
+    EXPECT_EQ(kernel.count(), 1u);
+    EXPECT_EQ(kernel.changesAsked(), 2u); // one of them was refused, as it should be
+    EXPECT_EQ(count(Counter::exists), 1u);
+}
+
 TEST_F(NeighborWriterTest, whatGoesWhileItIsLookedAtIsAddedOrForgotten) {
     start();
     kernel.heldIs(10, ip, {EthAddr(), NUD_FAILED, 0, 0});
