@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import signal
 
 from .fabric import VNI, VRF, VRF_VLAN, Binding
@@ -72,8 +73,24 @@ class Agent:
 
     def local_bindings(self):
         """The bindings of its own hosts, as far as it knows them."""
-        rows = self._rows("bindings", "local")
-        return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
+        shown = self.control("show", "tech-support", check=False)
+        found = re.findall(
+            r" LocalBinding <<<.*>;(.*);.*>;<vlanId=(\d+) macAddress=(\S+)>", shown
+        )
+        return {Binding(int(vlan), address, mac) for address, vlan, mac in found}
+
+    def asked_for(self):
+        """How many neighbour entries it asks for, by what has become of them."""
+        shown = self.control("show", "tech-support", check=False)
+        return {
+            outcome: int(count) for outcome, count in re.findall(r"entries\[(.*)\] (\d+)", shown)
+        }
+
+    def listens_for(self, mac):
+        """Whether it takes replies to a virtual address that gateways share."""
+        shown = self.control("show", "tech-support", check=False)
+        listeners = re.search(r"varpReplyV4Sm\[\] #(\d+)", shown)
+        return f"varpVirtualMac={mac}" in shown and listeners and int(listeners[1]) > 0
 
     def active_vlans(self):
         """Those that it has published as active; none if it cannot be asked."""
