@@ -284,7 +284,7 @@ STEPS = (
         },
     ),
     Step(
-        "it is started once more, without 10.0.30.77: that entry goes, h24's was never missing",
+        "it is started once more, without 10.0.30.77: that entry goes, that of h24 stays",
         _start_with_less,
         lambda tour: {**_STARTED_AGAIN, "stale entries": set(), **lost_entries_due()},
     ),
