@@ -169,13 +169,13 @@ void Daemon::stopTrapping() {
     }
 }
 
-/// Takes the agent's entries out of the kernel. Those for which there is no time are found there
-/// and withdrawn by the next agent.
+/// Takes the agent's entries out of the kernel: a million takes half a minute. Those for which there
+/// is no time are found there and withdrawn by the next agent.
 void Daemon::carryOutWithdrawals() {
     if (!kernelSwitch_ || !kernelSwitch_->neighborWriter().started()) {
         return;
     }
-    auto deadline = clock_.now() + std::chrono::seconds(1);
+    auto deadline = clock_.now() + std::chrono::seconds(60);
     while (!kernelSwitch_->neighborWriter().idle() && clock_.now() < deadline) {
         scheduler_->turn(std::chrono::milliseconds(10));
     }
