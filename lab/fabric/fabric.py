@@ -296,6 +296,9 @@ class Fabric:
         if self.wire:
             self.wire.close()
         take_down(self.name)
+        for leaf in self.leaves.values():
+            if leaf.frr:
+                leaf.frr.wait()
 
     def other(self, leaf):
         return self.leaves[3 - leaf.number]

@@ -77,6 +77,11 @@ class Frr:
         process.send_signal(number)
         process.wait(10)
 
+    def wait(self):
+        """Until both daemons, which somebody has ended, are gone."""
+        while self._running:
+            self._running.popitem()[1].wait(10)
+
     def established(self):
         peers = self._show("show bgp l2vpn evpn summary").get("peers", {})
         return peers.get(self._neighbour, {}).get("state") == "Established"

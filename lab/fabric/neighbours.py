@@ -1,10 +1,9 @@
 """The steps about a leaf's own hosts and about neighbour entries."""
 
-import time
-
 from . import asking
 from .checks import Moved, Step
 from .fabric import VRF_VLAN, Binding, Owner
+from .monitor import Monitor
 
 _VIRTUAL_MAC = "02:00:5e:00:00:01"
 _VIRTUAL_ADDRESS = "10.0.10.254"
@@ -12,26 +11,6 @@ _VIRTUAL_DEVICE = "varp10"
 _SATISFIED = "satisfied by a control plane's entry"
 # A host that is configured, for a while.
 _GUEST = Binding(VRF_VLAN, "10.0.30.77", "02:00:00:00:30:77")
-
-
-class Monitor:
-    """What happens to the neighbour entries of a namespace, from here to its end."""
-
-    def __init__(self, namespace, log):
-        self._log = log
-        self._process = namespace.start("ip", "monitor", "neigh", log=log)
-        time.sleep(0.2)  # it says nothing when it listens
-
-    def end(self):
-        self._process.terminate()
-        self._process.wait(10)
-
-    def lost(self, binding):
-        """Whether the entry of a binding has ever gone or been another one."""
-        with open(self._log, encoding="ascii") as file:
-            lines = [line.split() for line in file]
-        told = [words for words in lines if binding.address in words]
-        return any("Deleted" in words or binding.mac not in words for words in told)
 
 
 def where(tour, name):

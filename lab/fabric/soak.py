@@ -160,10 +160,16 @@ class Soak:
             + (", without EVPN over MPLS and with it" if off else "")
         )
         if off:
-            agent.configure(mpls=False)
+            self._reload_without_mpls(agent)
+        else:
             agent.reload()
-            eventually(lambda: not agent.active_vlans(), 10, "suppression ends")
-            agent.configure()
+
+    def _reload_without_mpls(self, agent):
+        eventually(agent.active_vlans, 20, "suppression begins")
+        agent.configure(mpls=False)
+        agent.reload()
+        eventually(lambda: not agent.active_vlans(), 10, "suppression ends")
+        agent.configure()
         agent.reload()
 
     def _restart(self, number, kill):
@@ -181,6 +187,8 @@ class Soak:
         shortest = self._seconds / (4 if self._seconds >= 40 * EVERY else 2)
         lives.append(Life(agent.pid, agent.runtime, min(SETTLED, 0.4 * shortest)))
         self._watch.follow(lives[-1])
+        # The first time costs memory that then is there for the next one.
+        self._reload_without_mpls(agent)
 
     def _end(self, number, kill):
         agent, life = self._tour.agents[number], self._lives[number][-1]
