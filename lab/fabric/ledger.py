@@ -19,13 +19,11 @@ class Law(NamedTuple):
     right: tuple
 
     def difference(self, counts):
-        return sum(counts.get(name, 0) for name in self.left) - sum(
-            counts.get(name, 0) for name in self.right
-        )
+        return sum(counts[name] for name in self.left) - sum(counts[name] for name in self.right)
 
     def text(self, counts):
         def side(names):
-            return " + ".join(f"{name} {counts.get(name, 0)}" for name in names)
+            return " + ".join(f"{name} {counts[name]}" for name in names)
 
         return f"{self.meaning}: {side(self.left)} is not {side(self.right)}"
 
@@ -170,4 +168,5 @@ def faults(counts, slack=0, laws=LAWS):
         for name, count in counts.items()
         if count and "." not in name and name not in EXPLAINED
     ]
-    return broken + unexplained
+    unknown = [f"there is no counter {name}" for name in EXPLAINED if name not in counts]
+    return broken + unexplained + unknown

@@ -16,6 +16,7 @@ import shutil
 import signal
 import sys
 import time
+import traceback
 from collections import Counter
 
 from . import ledger
@@ -181,7 +182,7 @@ class Soak:
     def _start(self, number):
         agent = self._tour.agents[number]
         with self._watch.lock:
-            self._written[number].count.clear()
+            self._written[number].begin()
         agent.start()
         lives = self._lives.setdefault(number, [])
         shortest = self._seconds / (4 if self._seconds >= 40 * EVERY else 2)
@@ -278,9 +279,9 @@ class Soak:
                 )
 
     def _check_certain(self):
-        missing = [name for name in ledger.CERTAIN if not self._total[name]]
-        if missing:
-            raise Fault(f"these counters have not moved at all: {', '.join(missing)}")
+        still = [name for name in ledger.CERTAIN if not self._total[name]]
+        if still:
+            raise Fault(f"these counters have not moved at all: {', '.join(still)}")
 
     def _hold(self, number, faults):
         if faults:
@@ -330,8 +331,10 @@ def main():
         soak.run()
         print(soak.summary(), flush=True)
         good = True
-    except (Fault, Expired, CommandFailed, RuntimeError, OSError) as error:
-        print(f"error: {error}\nat {soak.at}", file=sys.stderr)
+    except Exception as error:  # whatever it is, it is to be said when, and how to repeat it
+        known = isinstance(error, (Fault, Expired, CommandFailed))
+        what = error if known else "".join(traceback.format_exception(error))
+        print(f"error: {what}\nat {soak.at}", file=sys.stderr)
         print(f"again: lab/soak --minutes {options.minutes:g} --seed {seed}", file=sys.stderr)
         print(f"what the agents wrote is in {directory}", file=sys.stderr)
     except Interrupted:

@@ -115,7 +115,12 @@ class Written:
     def __init__(self, leaf):
         self._leaf = leaf
         self._taps = {}
-        self.count = Counter()
+        self.count = {}
+        self.begin()
+
+    def begin(self):
+        """Counts from nothing."""
+        self.count = dict.fromkeys(self.NAMES.values(), 0)
 
     def close(self):
         for tap in self._taps.values():
