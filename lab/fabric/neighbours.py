@@ -198,7 +198,7 @@ SELECTIVE = (
         },
     ),
     Step(
-        f"leaf1 asks for h24 in VRF red, and for {_GUEST.address}, now configured: entries of its own",
+        f"leaf1 asks for h24 in VRF red, and for {_GUEST.address}: entries of the agent's own",
         _ask_in_vrf,
         lambda tour: {
             f"entry of {name}": f"none, then {Owner.AGENT}" for name in ("h24", _GUEST.address)

@@ -1,10 +1,10 @@
 """Two hours' worth of what a fabric goes through, in ten minutes. lab/soak starts it; see --help.
 
 Hosts ask without a break, as often in ten minutes as eight hosts do in two hours if each asks every
-2.4 seconds. Every ten seconds something happens: a host moves, bgpd of a leaf is restarted, a VLAN's
-interface goes down and comes up, an agent is told another configuration, or it is stopped or killed
-and started again. Then the fabric has to come to rest, and until the next event every request has to
-be answered by one reply or by none, as it is due, and none for a remote host may be flooded.
+2.4 seconds. Every ten seconds something happens: a host moves, bgpd of a leaf is restarted, the
+interface of a VLAN goes down and comes up, an agent is told another configuration, or it is stopped
+or killed and started again. Then the fabric has to come to rest. Until the next event every request
+has to be answered by one reply or by none, as it is due, and none for a remote host may be flooded.
 
 What the agents cost and count is held to Life and to LAWS. One seed gives the same requests and the
 same events in the same order."""
@@ -54,6 +54,7 @@ class Soak:
         self._written = {}
         self._lives = {}  # by the leaf's number: those that have ended, and last the present one
         self._descriptors = {}
+        self._unread = Counter()  # by the leaf's number, since its agent was started
         self._total = Counter()
         self._happened = Counter()
         self._begin = time.monotonic()
@@ -161,15 +162,20 @@ class Soak:
             + (", without EVPN over MPLS and with it" if off else "")
         )
         if off:
-            self._reload_without_mpls(agent)
+            self._reload_without_mpls(number, agent)
         else:
             agent.reload()
 
-    def _reload_without_mpls(self, agent):
+    def _reload_without_mpls(self, number, agent):
         eventually(agent.active_vlans, 20, "suppression begins")
         agent.configure(mpls=False)
         agent.reload()
         eventually(lambda: not agent.active_vlans(), 10, "suppression ends")
+        with self._watch.quiet():
+            unread = ledger.READ.difference(self._counts(number, agent))
+        if not 0 <= unread <= ledger.WAITING:
+            raise Fault(f"the agent of leaf{number} has left {unread} trapped requests")
+        self._unread[number] += unread
         agent.configure()
         agent.reload()
 
@@ -181,6 +187,7 @@ class Soak:
 
     def _start(self, number):
         agent = self._tour.agents[number]
+        self._unread[number] = 0
         with self._watch.lock:
             self._written[number].begin()
         agent.start()
@@ -189,7 +196,7 @@ class Soak:
         lives.append(Life(agent.pid, agent.runtime, min(SETTLED, 0.4 * shortest)))
         self._watch.follow(lives[-1])
         # The first time costs memory that then is there for the next one.
-        self._reload_without_mpls(agent)
+        self._reload_without_mpls(number, agent)
 
     def _end(self, number, kill):
         agent, life = self._tour.agents[number], self._lives[number][-1]
@@ -250,10 +257,15 @@ class Soak:
             raise Fault("; ".join(texts))
 
     def _check_counters(self, number, agent):
+        counts = self._counts(number, agent)
+        self._hold(number, ledger.faults(counts, 0, ledger.LAWS + ledger.PLANE_LAWS))
+
+    def _counts(self, number, agent):
         counts = {**agent.counters(), **self._written[number].count}
         plane = agent.forwarding_plane().get("counters", {})
         counts.update({f"plane.{name}": count for name, count in plane.items()})
-        self._hold(number, ledger.faults(counts, 0, ledger.LAWS + ledger.PLANE_LAWS))
+        counts["soak.unread"] = self._unread[number]
+        return counts
 
     def _check_process(self, number, agent):
         now = sample(agent.pid, agent.runtime)
@@ -308,9 +320,10 @@ class Soak:
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="lab/soak", description=__doc__.split(". ", maxsplit=1)[0])
+    purpose = __doc__.split(". ", maxsplit=1)[0] + "."
+    parser = argparse.ArgumentParser(prog="lab/soak", description=purpose)
     parser.add_argument("--minutes", type=float, default=10, help="how long, at least one: 10")
-    parser.add_argument("--seed", type=int, help="what to repeat; another one each time if not given")
+    parser.add_argument("--seed", type=int, help="what to repeat; else another one each time")
     parser.add_argument("--programs", default="build/release", help=argparse.SUPPRESS)
     parser.add_argument("--directory", default="build/run", help=argparse.SUPPRESS)
     options = parser.parse_args()

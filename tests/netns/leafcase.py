@@ -1,5 +1,5 @@
-"""A leaf with an agent, in the demo's fabric. The entries of the control plane are made by hand, but
-for tests that want BGP."""
+"""A leaf with an agent, in the demo's fabric. The entries of the control plane are made by hand,
+but for tests that want BGP."""
 
 import os
 import shutil
