@@ -43,7 +43,7 @@ class Binding(NamedTuple):
 class Owner(enum.Enum):
     """Whose an entry of the kernel's neighbour table is."""
 
-    KERNEL = "the kernel has learnt it"
+    KERNEL = "learnt"
     CONTROL_PLANE = "the control plane's"
     AGENT = "the agent's"
 

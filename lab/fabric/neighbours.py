@@ -121,13 +121,13 @@ def lost_entries(tour):
     bindings = {"h24": tour.fabric.hosts["h24"].binding, _GUEST.address: _GUEST}
     tour.monitor.end()
     return {
-        f"entry of {name} was missing": _yes(tour.monitor.lost(binding))
+        f"entry of {name} ever missing": _yes(tour.monitor.lost(binding))
         for name, binding in bindings.items()
     }
 
 
 def lost_entries_due():
-    return {"entry of h24 was missing": "no", f"entry of {_GUEST.address} was missing": "yes"}
+    return {"entry of h24 ever missing": "no", f"entry of {_GUEST.address} ever missing": "yes"}
 
 
 def stale_entries(tour):
