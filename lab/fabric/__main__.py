@@ -3,23 +3,19 @@
 import argparse
 import os
 import shutil
-import signal
 import sys
 import time
 
 from .checks import Moved, holds, text_of
 from .fabric import take_down
 from .namespaces import CommandFailed, Expired
+from .signals import Interrupted, hold_off, interruptible
 from .steps import STEPS
 from .tour import Tour
 
 
 class Unexpected(Exception):
     """A step has shown something else than it should."""
-
-
-class Interrupted(BaseException):
-    """A signal asks the program to end."""
 
 
 def show(step, number, tour):
@@ -105,20 +101,6 @@ def show_tour(tour, directory):
         return False
 
 
-SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
-
-
-def react_to_signals(handler):
-    for number in SIGNALS:
-        signal.signal(number, handler)
-
-
-def interrupt(number, frame):
-    """Once is enough: what follows is not to be interrupted."""
-    react_to_signals(signal.SIG_IGN)
-    raise Interrupted
-
-
 def main():
     parser = argparse.ArgumentParser(prog="./run", description=__doc__.split(". ")[0] + ".")
     parser.add_argument("--keep", action="store_true", help="leave the fabric up at the end")
@@ -138,7 +120,7 @@ def main():
     programs = os.path.abspath(options.programs)
     tour = Tour(name, programs, directory)
     good = interrupted = keep = False
-    react_to_signals(interrupt)
+    interruptible()
     try:
         good = show_tour(tour, directory)
         keep = options.keep
@@ -148,7 +130,7 @@ def main():
         interrupted = True
         print("interrupted", file=sys.stderr)
     finally:
-        react_to_signals(signal.SIG_IGN)
+        hold_off()
         if not keep:
             tour.stop()
         if (good or interrupted) and not keep:

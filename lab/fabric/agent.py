@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import signal
 
 from .fabric import VNI, VRF, VRF_VLAN, Binding
@@ -22,6 +23,7 @@ class Agent:
         self.log = f"{directory}/arpsupd.log"
         self._process = None
         self.static_bindings = static_bindings
+        self.selective_install = False
         for name in ("", "/log", "/toggles"):
             os.makedirs(directory + name)
         self.configure()
@@ -51,6 +53,10 @@ class Agent:
     def running(self):
         return self._process is not None
 
+    @property
+    def pid(self):
+        return self._process.pid
+
     def control(self, *arguments, check=True):
         """What arpsupctl prints."""
         program = f"{self._programs}/Ctl/arpsupctl"
@@ -64,6 +70,35 @@ class Agent:
         """The remote bindings that it has."""
         rows = self._rows("bindings", "remote")
         return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
+
+    def local_bindings(self):
+        """The bindings of its own hosts, as far as it knows them."""
+        shown = self.control("show", "tech-support", check=False)
+        found = re.findall(
+            r" LocalBinding <<<.*>;(.*);.*>;<vlanId=(\d+) macAddress=(\S+)>", shown
+        )
+        return {Binding(int(vlan), address, mac) for address, vlan, mac in found}
+
+    def asked_for(self):
+        """How many neighbour entries it asks for, by what has become of them."""
+        shown = self.control("show", "tech-support", check=False)
+        return {
+            outcome: int(count) for outcome, count in re.findall(r"entries\[(.*)\] (\d+)", shown)
+        }
+
+    def listens_for(self, mac):
+        """Whether it takes replies to a virtual address that gateways share."""
+        shown = self.control("show", "tech-support", check=False)
+        listeners = re.search(r"varpReplyV4Sm\[\] #(\d+)", shown)
+        return f"varpVirtualMac={mac}" in shown and listeners and int(listeners[1]) > 0
+
+    def active_vlans(self):
+        """Those that it has published as active; none if it cannot be asked."""
+        return {row["vlan"] for row in self._rows("vlans") if row["active"]}
+
+    def forwarding_plane(self):
+        """What show forwarding-plane says; nothing if it cannot be asked."""
+        return self._rows("forwarding-plane") or {}
 
     def _rows(self, *what):
         shown = self.control("show", *what, "-j", check=False)
@@ -84,6 +119,8 @@ class Agent:
             "[evpn]",
             f"mpls = {str(mpls).lower()}",
         ]
+        if self.selective_install:
+            lines += ["[l2vpn]", "selective_arp_install = true"]
         for vlan, vni in VNI.items():
             lines += ["[[evpn.vlan]]", f"vlan = {vlan}", f"imet_label = {vni}"]
         lines += [

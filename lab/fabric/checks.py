@@ -25,6 +25,15 @@ class AtLeast:
         return f"at least {self.least:g}"
 
 
+@dataclass(frozen=True)
+class Step:
+    """What act(tour) has seen must be what expect(tour) gives afterwards, under the same names."""
+
+    name: str
+    act: object
+    expect: object
+
+
 class Moved(dict):
     """Counters that have moved, and by how much. As an expectation: others may have moved, too."""
 

@@ -12,6 +12,8 @@ addresses of its hosts only. A leaf does not forward between its uplink and its 
 bridge with one gateway address per VLAN.
 """
 
+import enum
+import json
 import shutil
 from dataclasses import dataclass, field
 from typing import NamedTuple
@@ -36,6 +38,17 @@ class Binding(NamedTuple):
 
     def __str__(self):
         return f"VLAN {self.vlan} {self.address} {self.mac}"
+
+
+class Owner(enum.Enum):
+    """Whose an entry of the kernel's neighbour table is."""
+
+    KERNEL = "learnt"
+    CONTROL_PLANE = "the control plane's"
+    AGENT = "the agent's"
+
+    def __str__(self):
+        return self.value
 
 
 @dataclass
@@ -138,23 +151,44 @@ class Leaf:
         )
 
     def knows(self, host):
-        """Whether the kernel has the host as a neighbour of its own."""
-        routing = self.routing_namespace(host.vlan)
-        shown = routing.run("ip", "neigh", "show", "to", host.address, "dev", f"Vlan{host.vlan}")
-        return host.mac in shown.stdout and "extern_learn" not in shown.stdout
+        """Whether the kernel has the host as a neighbour that it found itself."""
+        return self.owner(host) is Owner.KERNEL
+
+    def forget(self, host):
+        """The kernel has not heard of the host."""
+        self.routing_namespace(host.vlan).run(
+            "ip", "neigh", "del", host.address, "dev", f"Vlan{host.vlan}"
+        )
+
+    def neighbours(self, vlan):
+        """What the kernel has in its neighbour table, by whose it is: Binding to Owner."""
+        shown = self.routing_namespace(vlan).run("ip", "-j", "neigh", "show", "dev", f"Vlan{vlan}")
+        found = {}
+        for row in json.loads(shown.stdout or "[]"):
+            if "lladdr" not in row or "FAILED" in row["state"]:
+                continue
+            if "extern_learn" in row:
+                owner = Owner.CONTROL_PLANE
+            elif "PERMANENT" in row["state"] and row.get("protocol") == "110":
+                owner = Owner.AGENT
+            else:
+                owner = Owner.KERNEL
+            found[Binding(vlan, row["dst"], row["lladdr"])] = owner
+        return found
+
+    def owner(self, host):
+        """Whose entry the kernel has for a host, if it has any."""
+        return self.neighbours(host.vlan).get(host.binding)
 
     def remote_neighbours(self):
         """What FRR has put into the kernel's neighbour table."""
-        found = set()
-        for vlan in VLANS:
-            if vlan == VRF_VLAN:
-                continue
-            shown = self.namespace.run("ip", "neigh", "show", "dev", f"Vlan{vlan}").stdout
-            for line in shown.splitlines():
-                words = line.split()
-                if "extern_learn" in words and "lladdr" in words:
-                    found.add(Binding(vlan, words[0], words[words.index("lladdr") + 1]))
-        return found
+        return {
+            binding
+            for vlan in VLANS
+            if vlan != VRF_VLAN
+            for binding, owner in self.neighbours(vlan).items()
+            if owner is Owner.CONTROL_PLANE
+        }
 
     def remote_macs(self):
         """What FRR has put into the FDB: (VLAN, MAC)."""
@@ -239,7 +273,7 @@ class Fabric:
             for leaf in self.leaves.values():
                 leaf.flood_to(self.other(leaf))
         for host in self.hosts.values():
-            self._introduce(host)
+            self.introduce(host)
         if bgp:
             for leaf in self.leaves.values():
                 self.await_routes(leaf)
@@ -262,6 +296,9 @@ class Fabric:
         if self.wire:
             self.wire.close()
         take_down(self.name)
+        for leaf in self.leaves.values():
+            if leaf.frr:
+                leaf.frr.wait()
 
     def other(self, leaf):
         return self.leaves[3 - leaf.number]
@@ -297,9 +334,9 @@ class Fabric:
         source, host.leaf = host.leaf, self.other(host.leaf)
         source.namespace.links(f"link set {host.port} netns {host.leaf.namespace.name}")
         host.leaf.port_up(host)
-        self._introduce(host)
+        self.introduce(host)
 
-    def _introduce(self, host):
+    def introduce(self, host):
         """The host talks until its leaf knows it. Once is not enough after a move: zebra removes
         the neighbour that it had as a remote one only after it has seen the host at its new port.
         """

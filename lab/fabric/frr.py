@@ -70,9 +70,17 @@ class Frr:
         )
 
     def kill_daemon(self, daemon):
+        self.end_daemon(daemon, signal.SIGKILL)
+
+    def end_daemon(self, daemon, number):
         process = self._running.pop(daemon)
-        process.send_signal(signal.SIGKILL)
-        process.wait()
+        process.send_signal(number)
+        process.wait(10)
+
+    def wait(self):
+        """Until both daemons, which somebody has ended, are gone."""
+        while self._running:
+            self._running.popitem()[1].wait(10)
 
     def established(self):
         peers = self._show("show bgp l2vpn evpn summary").get("peers", {})

@@ -1,21 +1,23 @@
 """The steps of the tour: what is done, and what should be seen."""
 
 import time
-from dataclasses import dataclass
 
 from . import asking
-from .checks import AtLeast, AtMost, Moved
+from .checks import AtLeast, AtMost, Moved, Step
 from .fabric import VNI, Binding
+from .neighbours import (
+    NOT_HEARD_OF,
+    SELECTIVE,
+    SPEAKS,
+    VIRTUAL_GATEWAY,
+    lost_entries,
+    lost_entries_due,
+    stale_entries,
+    watch_entries,
+    where,
+    where_due,
+)
 from .questions import QUESTIONS
-
-
-@dataclass(frozen=True)
-class Step:
-    """What act(tour) has seen must be what expect(tour) gives afterwards, under the same names."""
-
-    name: str
-    act: object
-    expect: object
 
 
 def _routes(tour):
@@ -73,14 +75,18 @@ def _with(question):
 def _start_agents(tour):
     for agent in tour.agents.values():
         agent.start()
-    seen = {
-        f"bindings of {agent.leaf.name}": tour.await_bindings(number, tour.bindings_due(number))
-        for number, agent in tour.agents.items()
-    }
+    seen = _bindings(tour)
     if seen == _bindings_due(tour):
         for number in tour.agents:
             tour.await_suppression(number)
     return seen
+
+
+def _bindings(tour):
+    return {
+        f"bindings of {agent.leaf.name}": tour.await_bindings(number, tour.bindings_due(number))
+        for number, agent in tour.agents.items()
+    }
 
 
 def _bindings_due(tour):
@@ -94,10 +100,9 @@ def _move(tour):
     tour.fabric.move(tour.fabric.hosts["h21"])
     for leaf in tour.fabric.leaves.values():
         tour.fabric.await_routes(leaf)
-    return {
-        f"bindings of {agent.leaf.name}": tour.await_bindings(number, tour.bindings_due(number))
-        for number, agent in tour.agents.items()
-    }
+    for number in tour.agents:
+        tour.await_bindings(number, tour.bindings_due(number))
+    return where(tour, "h21")
 
 
 def _asks(host, target, times, number, floods, counter):
@@ -137,9 +142,9 @@ def _ask_without_bgp(tour):
 
 def _start_bgp(tour):
     tour.fabric.leaves[1].frr.start_daemon("bgpd")
-    seen = {"bindings": tour.await_bindings(1, tour.bindings_due(1))}
+    seen = _bindings(tour)
     tour.await_suppression(1)
-    return seen
+    return {**seen, **where(tour, "h21")}
 
 
 def _lost(asked):
@@ -173,8 +178,16 @@ def _start_agent(tour):
     }
 
 
+def _start_selective(tour):
+    agent = tour.agents[1]
+    agent.selective_install = True
+    agent.configure()
+    return _start_agent(tour)
+
+
 def _kill_agent(tour):
     killed = []
+    watch_entries(tour)
 
     def kill():
         tour.agents[1].kill()
@@ -192,6 +205,15 @@ def _kill_agent(tour):
     }
 
 
+def _start_with_less(tour):
+    """The configuration has changed while nobody was there to see it."""
+    agent = tour.agents[1]
+    agent.static_bindings = tour.static_bindings(1)
+    agent.selective_install = False
+    agent.configure()
+    return {**_start_agent(tour), **stale_entries(tour), **lost_entries(tour)}
+
+
 _STARTED_AGAIN = {"requests lost": 0, "flooded of the last ten": 0}
 
 STEPS = (
@@ -199,7 +221,14 @@ STEPS = (
     *(_without(question) for question in QUESTIONS),
     Step("an agent starts on each leaf: routes become bindings", _start_agents, _bindings_due),
     *(_with(question) for question in QUESTIONS),
-    Step("h21 moves to leaf1", _move, _bindings_due),
+    VIRTUAL_GATEWAY,
+    NOT_HEARD_OF,
+    SPEAKS,
+    Step(
+        "h11 asks for h21: answered from the new binding",
+        *_asks("h11", "h21", 5, 1, 0, "answeredFromRemoteBinding"),
+    ),
+    Step("h21 moves to leaf1", _move, lambda tour: where_due("leaf1", "leaf2")),
     Step(
         "h11 asks for h21, now beside it: h21 answers itself",
         *_asks("h11", "h21", 5, 1, 0, "localTargetNotAnswered"),
@@ -229,9 +258,9 @@ STEPS = (
         *_asks("h14", "h24", 5, 1, 0, "answeredFromRemoteBinding"),
     ),
     Step(
-        "bgpd is started again",
+        "bgpd is started again: everything is as before",
         _start_bgp,
-        lambda tour: {"bindings": tour.bindings_due(1)},
+        lambda tour: {**_bindings_due(tour), **where_due("leaf1", "leaf2")},
     ),
     Step(
         "the agent of leaf1 is stopped while h11 asks for h22: floods, nothing is lost",
@@ -239,10 +268,11 @@ STEPS = (
         lambda tour: {"exit status": 0, "requests lost": 0, "flooded of the last ten": 10},
     ),
     Step(
-        "it is started again while h11 asks: nothing is lost",
-        _start_agent,
+        "it is started again while h11 asks, to install entries selectively: nothing is lost",
+        _start_selective,
         lambda tour: _STARTED_AGAIN,
     ),
+    *SELECTIVE,
     Step(
         "it is killed with SIGKILL while h11 asks: soon floods as if it were not there",
         _kill_agent,
@@ -254,9 +284,9 @@ STEPS = (
         },
     ),
     Step(
-        "it is started once more: nothing is lost",
-        _start_agent,
-        lambda tour: _STARTED_AGAIN,
+        "it is started once more, without 10.0.30.77: that entry goes, that of h24 stays",
+        _start_with_less,
+        lambda tour: {**_STARTED_AGAIN, "stale entries": set(), **lost_entries_due()},
     ),
     Step(
         "h11 asks for h22: answered from the binding, as before",

@@ -1,5 +1,6 @@
 """The fabric with an agent on each leaf, and what the steps of the tour are made of."""
 
+import contextlib
 import os
 
 from . import asking
@@ -16,21 +17,28 @@ class Tour:
     def __init__(self, name, programs, directory):
         self.fabric = Fabric(name)
         self.agents = {}  # by the leaf's number
+        self.monitor = None  # of neighbour entries, while a step watches them
         self.figures = {}  # by the question's name: what was Asked without the agent, and with it
         self._programs = programs
-        self._directory = directory
+        self.directory = directory
 
     def start(self):
-        os.makedirs(self._directory)
+        os.makedirs(self.directory)
         self.fabric.start()
         for number, leaf in self.fabric.leaves.items():
-            remote = self.fabric.hosts_of(self.fabric.other(leaf))
-            static = {host.binding for host in remote if host.vlan == VRF_VLAN}
-            directory = f"{self._directory}/{leaf.name}"
-            self.agents[number] = Agent(leaf, self._programs, directory, static)
+            directory = f"{self.directory}/{leaf.name}"
+            self.agents[number] = Agent(
+                leaf, self._programs, directory, self.static_bindings(number)
+            )
 
     def stop(self):
         self.fabric.stop()
+
+    def static_bindings(self, number):
+        """What a leaf's configuration is to say: where the hosts are that no control plane finds.
+        """
+        remote = self.fabric.hosts_of(self.fabric.other(self.fabric.leaves[number]))
+        return {host.binding for host in remote if host.vlan == VRF_VLAN}
 
     def bindings_due(self, number):
         """What an agent should know: what BGP has told its leaf, and its configuration."""
@@ -40,11 +48,13 @@ class Tour:
     def await_bindings(self, number, expected):
         """The bindings of an agent as soon as they are these, or after ten seconds."""
         agent = self.agents[number]
-        try:
-            eventually(lambda: agent.bindings() == expected, 10, "bindings", 0.05)
-        except Expired:
-            pass  # what there is instead is what the step shows
+        self.await_quietly(lambda: agent.bindings() == expected, "bindings")
         return agent.bindings()
+
+    def await_quietly(self, condition, what):
+        """Gives up after ten seconds: what there is instead is what the step shows."""
+        with contextlib.suppress(Expired):
+            eventually(condition, 10, what, 0.05)
 
     def await_suppression(self, number):
         """Until no request for a remote host is flooded any more, in whatever VLAN."""

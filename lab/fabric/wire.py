@@ -1,6 +1,7 @@
 """What is seen on devices: by hosts of their own ARP, and between the leaves of what is inside
 VXLAN."""
 
+import errno
 import socket
 import struct
 import time
@@ -54,6 +55,20 @@ def arp_of(frame):
     )
 
 
+def request(sender_mac, sender, target, destination=BROADCAST):
+    """An ARP request as it is on the wire."""
+    mac = bytes.fromhex(sender_mac.replace(":", ""))
+    return (
+        bytes.fromhex(destination.replace(":", ""))
+        + mac
+        + b"\x08\x06\x00\x01\x08\x00\x06\x04\x00\x01"
+        + mac
+        + socket.inet_aton(sender)
+        + bytes(6)
+        + socket.inet_aton(target)
+    )
+
+
 def vxlan_of(frame):
     """The VNI and the frame that are in a VXLAN packet over IPv4, or nothing."""
     if len(frame) < 34 or frame[12:14] != b"\x08\x00" or frame[23] != socket.IPPROTO_UDP:
@@ -65,7 +80,8 @@ def vxlan_of(frame):
 
 
 class Tap:
-    """Listens on a device from the moment it is made. What is not taken waits."""
+    """Listens on a device from the moment it is made. What is not taken waits. It does not see what
+    it sends itself."""
 
     def __init__(self, namespace, device):
         with namespace.entered():
@@ -75,6 +91,7 @@ class Tap:
             self._socket.bind((device, _ETH_P_ALL))
         self._socket.setblocking(False)
         self._device = device
+        self.lost = False  # whether the device has gone down or away
 
     def close(self):
         self._socket.close()
@@ -90,6 +107,11 @@ class Tap:
                 data, control, _, origin = self._socket.recvmsg(65536, socket.CMSG_SPACE(16))
             except BlockingIOError:
                 break
+            except OSError as error:
+                if error.errno != errno.ENETDOWN:
+                    raise
+                self.lost = True  # said once, in front of the frames that came before
+                continue
             seconds, nanoseconds = struct.unpack("qq", control[0][2])
             outgoing = origin[2] == socket.PACKET_OUTGOING
             frames.append(Frame(data, seconds * 10**9 + nanoseconds, outgoing))

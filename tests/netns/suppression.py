@@ -1,95 +1,19 @@
 """The agent in the place of the kernel's own suppression: what one leaf floods through its tunnel,
-counted between the leaves. The entries of the control plane are made by hand.
-
-suppression.py PROGRAMS [TEST...]: with the fabric's package in PYTHONPATH, as root."""
+counted between the leaves."""
 
 import os
-import shutil
 import signal
-import socket
-import sys
-import tempfile
 import threading
 import time
-import unittest
 
 from fabric import asking
-from fabric.agent import Agent
-from fabric.fabric import Fabric
 from fabric.namespaces import eventually
-from fabric.wire import BROADCAST, Tap, arp_of
+from fabric.wire import Tap, arp_of, request
+from leafcase import LeafCase, main
 
-programs = ""
 
-
-class SuppressionTest(unittest.TestCase):
-    """h11 and h14 ask, on a leaf with an agent, for h21 and h24 behind the other leaf."""
-
-    def setUp(self):
-        directory = tempfile.mkdtemp(prefix="suppression")
-        self.addCleanup(shutil.rmtree, directory)
-        self.fabric = Fabric(f"suppression{os.getpid()}")
-        self.addCleanup(self.fabric.stop)
-        self.fabric.start(bgp=False)
-        self.leaf = self.fabric.leaves[1]
-        self.agent = Agent(self.leaf, programs, f"{directory}/leaf1")
-        self.h11, self.h12, self.h14, self.h21, self.h24 = (
-            self.fabric.hosts[name] for name in ("h11", "h12", "h14", "h21", "h24")
-        )
-
-    def tearDown(self):
-        if self.agent.running():
-            self.assertEqual(self.agent.stop(), 0)
-
-    def ask(self, host, target, times=2):
-        return asking.ask(self.fabric, host, asking.request(target.address), times)
-
-    def assert_flooded(self, host, target, times=2):
-        """Every request goes through the tunnel once, and its owner replies to it once."""
-        asked = self.ask(host, target, times)
-        self.assertEqual(asked.requests, times)
-        self.assertEqual(len(asked.floods), times)
-        self.assertEqual(asked.answers, {target.mac: times})
-
-    def assert_suppressed(self, host, target, times=2):
-        """No request goes through the tunnel, and one reply comes to each."""
-        asked = self.ask(host, target, times)
-        self.assertEqual(asked.requests, times)
-        self.assertEqual(asked.floods, [])
-        self.assertEqual(asked.answers, {target.mac: times})
-
-    def trapped(self):
-        return self.agent.counters().get("trapArpRequest", 0)
-
-    def await_trapping(self, host, target):
-        """Until the agent is asked about the requests of a VLAN."""
-
-        def trapped():
-            before = self.trapped()
-            self.ask(host, target, 1)
-            return self.trapped() > before
-
-        eventually(trapped, 20, f"requests in VLAN {host.vlan} are trapped")
-
-    def await_not_trapping(self, host, target):
-        def passed():
-            before = self.trapped()
-            self.ask(host, target, 1)
-            return self.trapped() == before
-
-        eventually(passed, 20, f"requests in VLAN {host.vlan} pass")
-
-    def start(self, *trapping):
-        self.agent.start()
-        for host, target in trapping or ((self.h11, self.h21),):
-            self.await_trapping(host, target)
-
-    def bind(self, host):
-        """Tells the leaf of a remote host, and waits until the agent answers for it."""
-        self.leaf.fdb_entry("replace", host)
-        self.leaf.neighbour("replace", host)
-        asker = self.h11 if host is self.h21 else self.h14
-        eventually(lambda: not self.ask(asker, host, 1).floods, 20, "the binding counts")
+class SuppressionTest(LeafCase):
+    """What one leaf floods through its tunnel."""
 
     def test_off_on_and_off_again(self):
         self.agent.configure(mpls=False)
@@ -160,7 +84,9 @@ class SuppressionTest(unittest.TestCase):
         self.fabric.wire.settle()
         tap = Tap(self.h11.namespace, "eth0")
         self.addCleanup(tap.close)
-        tap.send(_request(self.h11, self.h21, self.h21.mac))
+        tap.send(
+            request(self.h11.mac, self.h11.address, self.h21.address, self.h21.mac)
+        )
         carried = [item.arp for item in self.fabric.wire.settle()]
         replies = [arp_of(frame.data) for frame in tap.take() if not frame.outgoing]
         self.assertEqual([reply.source for reply in replies if reply], [self.h21.mac])
@@ -208,12 +134,12 @@ class SuppressionTest(unittest.TestCase):
         tap = Tap(self.h11.namespace, "eth0")
         self.addCleanup(tap.close)
         self.fabric.wire.settle()
-        request = _request(self.h11, self.h21, BROADCAST)
+        frame = request(self.h11.mac, self.h11.address, self.h21.address)
         requests = 0
         meanwhile = threading.Thread(target=restart)
         meanwhile.start()
         while meanwhile.is_alive():
-            tap.send(request)
+            tap.send(frame)
             requests += 1
             time.sleep(0.0005)
         meanwhile.join()
@@ -247,20 +173,5 @@ class SuppressionTest(unittest.TestCase):
         )
 
 
-def _request(host, target, destination):
-    """An ARP request as it is on the wire."""
-    mac = bytes.fromhex(host.mac.replace(":", ""))
-    to = bytes.fromhex(destination.replace(":", ""))
-    return (
-        to + mac + b"\x08\x06\x00\x01\x08\x00\x06\x04\x00\x01"
-        + mac + socket.inet_aton(host.address) + bytes(6) + socket.inet_aton(target.address)
-    )
-
-
 if __name__ == "__main__":
-    if os.geteuid() != 0:
-        sys.exit("network namespaces need root")
-    if not os.path.exists("/usr/bin/arping"):
-        sys.exit("there is no arping: iputils-arping is missing")
-    programs = os.path.abspath(sys.argv.pop(1))
-    unittest.main(verbosity=2)
+    main()
