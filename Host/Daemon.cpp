@@ -169,8 +169,8 @@ void Daemon::stopTrapping() {
     }
 }
 
-/// Takes the agent's entries out of the kernel: a million takes half a minute. Those for which there
-/// is no time are found there and withdrawn by the next agent.
+/// Takes the agent's entries out of the kernel: a million takes half a minute. Those for which
+/// there is no time are found there and withdrawn by the next agent.
 void Daemon::carryOutWithdrawals() {
     if (!kernelSwitch_ || !kernelSwitch_->neighborWriter().started()) {
         return;
