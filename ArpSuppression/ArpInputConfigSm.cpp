@@ -388,7 +388,8 @@ bool ArpInputConfigSm::selectiveInstall(const VrfIpAddress& vrfIpAddress) {
     if (remoteIpToMac && remoteIpToMac->vlanIdMacAddresses() == 1 &&
         remoteIpToMac->isFirstVlanIdMacAddressLocalMultihomed()) {
         TRACE(trace, 8, this,
-              "Ignoring selective install for local multihomed vrfIpAddress=" << vrfIpAddress);
+              "Ignoring selective install"
+                  << "for local multihomed vrfIpAddress=" << vrfIpAddress);
         return false;
     }
     return true;

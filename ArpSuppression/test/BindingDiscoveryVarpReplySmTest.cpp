@@ -154,6 +154,16 @@ TEST_F(BindingDiscoveryVarpReplySmTest, anArpReplyToTheVirtualRouterBindsItsSend
               (Moved{{Id::varpArpAccepted, 1}, {Id::bindingRefreshed, 1}}));
 }
 
+TEST_F(BindingDiscoveryVarpReplySmTest, aReplyIsAcceptedBeforeItsBindingIsLookedAt) {
+    Moved before;
+    Vela::Reaction reaction = record().bindingCollection().react(
+        nullptr, [&](const VrfIpAddress&) { before = countersMoved(); });
+    handledV4(ArpReply{}.bytes());
+    EXPECT_EQ(before, once(Id::varpArpAccepted));
+    handledV6(Advertisement{}.bytes());
+    EXPECT_EQ(before, once(Id::varpNaAccepted));
+}
+
 TEST_F(BindingDiscoveryVarpReplySmTest, paddingIsToleratedAndCounted) {
     TraceCapture capture("ArpSuppression=8");
     EXPECT_EQ(
