@@ -186,8 +186,8 @@ void BindingDiscoveryVarpReplyV4Sm::processPacket(const Vela::Pkt& pkt) {
         count(Id::varpArpNotToVarpMac);
         return;
     }
+    count(Id::varpArpAccepted); // also where its sender is refused
     createLocalBinding(Zinc::IpGenAddr(arp.senderIp), arp.senderMac);
-    count(Id::varpArpAccepted);
 }
 
 // Neighbor Advertisements
@@ -234,8 +234,8 @@ void BindingDiscoveryVarpReplyV6Sm::processPacket(const Vela::Pkt& pkt) {
         count(Id::varpNaNotToVarpMac);
         return;
     }
-    createLocalBinding(advertisement.ip6Hdr.src, ethHdr.src);
     count(Id::varpNaAccepted);
+    createLocalBinding(advertisement.ip6Hdr.src, ethHdr.src);
 }
 
 } // namespace ArpSuppression
