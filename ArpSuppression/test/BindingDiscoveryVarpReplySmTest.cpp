@@ -481,6 +481,22 @@ TEST_F(BindingDiscoveryVarpReplySmTest, aDeviceMadeAnewUnderItsNameIsListenedTo)
     EXPECT_EQ(macOf("10.0.0.1"), "02:00:00:00:00:0a");
 }
 
+TEST_F(BindingDiscoveryVarpReplySmTest, oneMadeAnewUnderTheSameIndexIsListenedTo) {
+    auto v4 = v4Is();
+    runUntilIdle();
+    ports.inject(vlan10, ArpReply{}.bytes());
+    ports.downIs(vlan10, true); // nobody announces an index
+    runUntilIdle();
+    EXPECT_EQ(macOf("10.0.0.1"), "02:00:00:00:00:0a") << "it came before";
+    EXPECT_EQ(listening(), std::vector<uint16_t>());
+    ports.downIs(vlan10, false);
+    runFor(5);
+    EXPECT_EQ(listening(), std::vector<uint16_t>{0x0806});
+    ports.inject(vlan10, ArpReply{.senderIp = IpGenAddr("10.0.0.2")}.bytes());
+    runUntilIdle();
+    EXPECT_EQ(macOf("10.0.0.2"), "02:00:00:00:00:0a");
+}
+
 TEST_F(BindingDiscoveryVarpReplySmTest, aDeviceThatCannotBeFoundYetIsAwaited) {
     ports.deviceIs("Vlan10", 0);
     auto v4 = v4Is();
