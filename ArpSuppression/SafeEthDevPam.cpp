@@ -34,6 +34,12 @@ void SafeEthDevPamEnableSm::handleDestroy() noexcept {
     enableTask_.reset();
 }
 
+/// It may be up again already, or made anew.
+void SafeEthDevPamEnableSm::handleDeviceDown() {
+    TRACE(trace, 8, this, "handleDeviceDown");
+    enableTask_->schedule();
+}
+
 void SafeEthDevPamEnableSm::handleEnableTaskRun() {
     try {
         safeEthDevPam_.enabledIs(true);

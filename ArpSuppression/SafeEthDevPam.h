@@ -10,8 +10,8 @@ namespace ArpSuppression {
 
 class SafeEthDevPam;
 
-/// Enables a SafeEthDevPam, which owns it: soon after its creation, and from then on every five
-/// seconds until that succeeds.
+/// Enables a SafeEthDevPam, which owns it: soon after its creation, and again when its device went
+/// down; from then on every five seconds until that succeeds.
 class SafeEthDevPamEnableSm final : public Vela::Entity {
   public:
     SafeEthDevPamEnableSm(Vela::Ptr<Vela::TaskScheduler> scheduler, SafeEthDevPam& safeEthDevPam);
@@ -20,6 +20,8 @@ class SafeEthDevPamEnableSm final : public Vela::Entity {
     void formatDerivedType(std::ostream& out) const override;
 
     const Vela::Ptr<Vela::TimerTask>& enableTask() const { return enableTask_.ptr(); }
+    /// Called by its SafeEthDevPam, which is disabled now.
+    void handleDeviceDown();
 
   protected:
     void handleInitialized() override;
@@ -34,8 +36,8 @@ class SafeEthDevPamEnableSm final : public Vela::Entity {
     Vela::Reaction run_;
 };
 
-/// A receiver of frames that may be had before its device is there: it enables itself when that is
-/// possible, and nobody hears of an attempt that fails, but in the trace.
+/// A receiver of frames that may be had before its device is there, and outlives it: it enables
+/// itself when that is possible, and nobody hears of an attempt that fails, but in the trace.
 class SafeEthDevPam final : public Zinc::EthDevPam {
   public:
     struct Limits {
@@ -54,6 +56,7 @@ class SafeEthDevPam final : public Zinc::EthDevPam {
   protected:
     void handleInitialized() override;
     void handleDestroy() noexcept override;
+    void handleDeviceDown() override { enableSm_->handleDeviceDown(); }
 
   private:
     const Vela::Ptr<Vela::TaskScheduler> scheduler_;

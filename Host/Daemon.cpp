@@ -87,7 +87,15 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
       statusImage_(runtimeDirectory_.path("status"),
                    ArpSuppression::ArpSuppressionStatus::imageBytes) {
     signals_ = Vela::make<SignalDescriptor>(
-        scheduler_, [this] { loop_.stop(); }, [this] { reload(); });
+        scheduler_,
+        [this] {
+            stopWanted_ = true;
+            loop_.stop();
+        },
+        [this] {
+            reloadWanted_ = true;
+            loop_.stop();
+        });
     tableService_ = Vela::make<Quarry::TableService>(scheduler_, runtimeDirectory_.path("tables"));
     entityManager_ = Vela::make<Vela::EntityManager>(scheduler_, tableService_.ptr());
     if (!statusImage_.replaced().empty()) {
@@ -143,7 +151,12 @@ Daemon::~Daemon() {
 
 void Daemon::run() {
     say("running in " + runtimeDirectory_.path());
-    loop_.run();
+    while (!stopWanted_) {
+        loop_.run();
+        if (std::exchange(reloadWanted_, false)) {
+            reload(); // between two turns: it may have to run some
+        }
+    }
     say("stopping");
     stopTrapping();
 }
@@ -205,6 +218,10 @@ void Daemon::publish(Configuration configuration) {
 void Daemon::reload() {
     try {
         Configuration next = readConfiguration(configurationFile_);
+        // An agent that is switched off closes its sockets, and what it has not read is lost.
+        if (state_->evpnStatus->mplsConfigured() && !next.evpn.mpls) {
+            stopTrapping();
+        }
         publish(next);
         setTrace(next);
         std::string text = "read " + configurationFile_ + " again";
@@ -214,6 +231,9 @@ void Daemon::reload() {
                 : text + "\narpsupd: changed, but used only after a restart: " + waiting);
     } catch (const std::exception& error) {
         say("the configuration stays as it was:\n" + std::string(error.what()));
+    }
+    if (forwardingPlane_) {
+        forwardingPlane_->enabledIs(true);
     }
 }
 

@@ -52,6 +52,8 @@ class Daemon {
     Vela::SystemClock clock_;
     Vela::Ptr<Vela::TaskScheduler> scheduler_;
     Vela::ActivityLoop loop_;
+    bool stopWanted_ = false;
+    bool reloadWanted_ = false;
     Vela::Owned<SignalDescriptor> signals_;
     // Outlives the status that it keeps.
     Vela::PersistedImage statusImage_;

@@ -47,17 +47,22 @@ Vela::UniqueFd PacketPorts::open(uint16_t protocol) {
     }
     ++opened_;
     senders_.erase(ends[0]); // the number may have been another socket's
+    downUntold_.erase(ends[0]);
     if (protocol == 0) {
         senders_[ends[0]] = 0;
     }
     unbound_[ends[0]] = ports_.size();
-    ports_.push_back({Vela::UniqueFd(ends[1])});
+    ports_.push_back({Vela::UniqueFd(ends[1]), ends[0]});
     return Vela::UniqueFd(ends[0]);
 }
 
 int PacketPorts::bind(int fd, uint16_t protocol, uint32_t ifIndex) {
     if (bindError != 0) {
         errno = bindError;
+        return -1;
+    }
+    if (down_.contains(ifIndex)) {
+        errno = ENETDOWN;
         return -1;
     }
     if (auto sender = senders_.find(fd); protocol == 0 && sender != senders_.end()) {
@@ -78,9 +83,37 @@ bool PacketPorts::send(int fd, uint16_t, uint32_t ifIndex, std::span<const uint8
     return true;
 }
 
+void PacketPorts::downIs(uint32_t ifIndex, bool down) {
+    if (!down) {
+        down_.erase(ifIndex);
+        return;
+    }
+    down_.insert(ifIndex);
+    for (Port& port : ports_) {
+        if (port.binding.ifIndex == ifIndex && !port.dead && !isClosed(port.far.get())) {
+            port.dead = true;
+            downUntold_.insert(port.near);
+            ::shutdown(port.far.get(), SHUT_WR); // which makes the near end readable
+        }
+    }
+}
+
+ssize_t PacketPorts::receive(int fd, std::span<uint8_t> frame) {
+    if (downUntold_.erase(fd) != 0) {
+        errno = ENETDOWN;
+        return -1;
+    }
+    ssize_t length = recv(fd, frame.data(), frame.size(), MSG_DONTWAIT);
+    if (length == 0) { // a dead one: a packet socket has no end
+        errno = EAGAIN;
+        return -1;
+    }
+    return length;
+}
+
 void PacketPorts::inject(uint32_t ifIndex, std::span<const uint8_t> frame) {
     for (const Port& port : ports_) {
-        if (port.binding.ifIndex == ifIndex && !isClosed(port.far.get()) &&
+        if (port.binding.ifIndex == ifIndex && !port.dead && !isClosed(port.far.get()) &&
             ::send(port.far.get(), frame.data(), frame.size(), MSG_NOSIGNAL) !=
                 static_cast<ssize_t>(frame.size())) {
             throw std::runtime_error("the port is full");

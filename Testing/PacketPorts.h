@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,6 +24,10 @@ class PacketPorts final : public Vela::PacketSockets {
 
     /// A device that can be found by its name; with index 0 it is gone, as all are at first.
     void deviceIs(const std::string& name, uint32_t ifIndex) { devices_[name] = ifIndex; }
+    /// Whether the device is down; none is at first. While it is, no socket can be bound to it.
+    /// Those that are bound when it goes down say so once, in front of what they have yet to read,
+    /// and receive nothing more, also not when it is up again: it may have been made anew.
+    void downIs(uint32_t ifIndex, bool down);
     /// Delivers a frame to every open socket bound to the interface for reading.
     void inject(uint32_t ifIndex, std::span<const uint8_t> frame);
     /// Takes what was written to sockets bound to the interface since the last call.
@@ -51,11 +56,14 @@ class PacketPorts final : public Vela::PacketSockets {
     uint32_t ifIndex(const std::string& deviceName) override;
     Vela::UniqueFd open(uint16_t protocol) override;
     int bind(int fd, uint16_t protocol, uint32_t ifIndex) override;
+    ssize_t receive(int fd, std::span<uint8_t> frame) override;
     bool send(int fd, uint16_t protocol, uint32_t ifIndex, std::span<const uint8_t> frame) override;
 
     struct Port {
         Vela::UniqueFd far; ///< the test's end
+        int near;           ///< the number of the other
         Binding binding{0, 0};
+        bool dead = false; ///< its device went down
     };
 
     std::map<std::string, uint32_t> devices_;
@@ -63,6 +71,8 @@ class PacketPorts final : public Vela::PacketSockets {
     std::map<int, uint32_t> senders_; // the near end's number to the interface it is bound to
     std::map<int, size_t> unbound_;   // the near end's number to the index of its port
     std::map<uint32_t, std::vector<Frame>> sent_;
+    std::set<uint32_t> down_;
+    std::set<int> downUntold_; // the near ends that have yet to say so
     unsigned opened_ = 0;
 };
 

@@ -235,6 +235,16 @@ TEST_F(BindingDiscoveryVarpReplySmTest, theArpTargetCountsNotTheFramesDestinatio
     EXPECT_EQ(handledV4(ArpReply{}.bytes()), once(Id::varpArpNotToVarpMac));
 }
 
+TEST_F(BindingDiscoveryVarpReplySmTest, aReplyIsAcceptedBeforeItsSenderIsLookedAt) {
+    Moved seen;
+    auto reaction = record().bindingCollection().react(
+        nullptr, [&](const VrfIpAddress&) { seen = countersMoved(); });
+    EXPECT_EQ(handledV4(ArpReply{}.bytes()), once(Id::bindingCreated));
+    EXPECT_EQ(seen, once(Id::varpArpAccepted));
+    EXPECT_EQ(handledV6(Advertisement{}.bytes()), once(Id::bindingCreated));
+    EXPECT_EQ(seen, once(Id::varpNaAccepted));
+}
+
 TEST_F(BindingDiscoveryVarpReplySmTest, aSenderThatCannotBeBoundIsRefusedAfterwards) {
     auto accepted = [](Id refusal) { return Moved{{Id::varpArpAccepted, 1}, {refusal, 1}}; };
     EXPECT_EQ(handledV4(ArpReply{.senderMac = EthAddr()}.bytes()), accepted(Id::bindingBadMac));
@@ -245,8 +255,13 @@ TEST_F(BindingDiscoveryVarpReplySmTest, aSenderThatCannotBeBoundIsRefusedAfterwa
               accepted(Id::bindingBadIp));
     EXPECT_EQ(handledV4(ArpReply{.senderIp = IpGenAddr("224.0.0.1")}.bytes()),
               accepted(Id::bindingBadIp));
+    auto acceptedNa = [](Id refusal) { return Moved{{Id::varpNaAccepted, 1}, {refusal, 1}}; };
+    EXPECT_EQ(handledV6(Advertisement{.frameSrc = EthAddr()}.bytes()),
+              acceptedNa(Id::bindingBadMac));
+    EXPECT_EQ(handledV6(Advertisement{.frameSrc = EthAddr("33:33:00:00:00:01")}.bytes()),
+              acceptedNa(Id::bindingBadMac));
     EXPECT_EQ(handledV6(Advertisement{.frameSrc = bridgeMac}.bytes()),
-              (Moved{{Id::varpNaAccepted, 1}, {Id::bindingBridgeMac, 1}}));
+              acceptedNa(Id::bindingBridgeMac));
     EXPECT_EQ(record().bindings(), 0u);
 }
 
@@ -474,6 +489,22 @@ TEST_F(BindingDiscoveryVarpReplySmTest, aDeviceMadeAnewUnderItsNameIsListenedTo)
     ports.inject(8, ArpReply{}.bytes());
     runUntilIdle();
     EXPECT_EQ(macOf("10.0.0.1"), "02:00:00:00:00:0a");
+}
+
+TEST_F(BindingDiscoveryVarpReplySmTest, oneMadeAnewUnderTheSameIndexIsListenedTo) {
+    auto v4 = v4Is();
+    runUntilIdle();
+    ports.inject(vlan10, ArpReply{}.bytes());
+    ports.downIs(vlan10, true); // nobody announces an index
+    runUntilIdle();
+    EXPECT_EQ(macOf("10.0.0.1"), "02:00:00:00:00:0a") << "it came before";
+    EXPECT_EQ(listening(), std::vector<uint16_t>());
+    ports.downIs(vlan10, false);
+    runFor(5);
+    EXPECT_EQ(listening(), std::vector<uint16_t>{0x0806});
+    ports.inject(vlan10, ArpReply{.senderIp = IpGenAddr("10.0.0.2")}.bytes());
+    runUntilIdle();
+    EXPECT_EQ(macOf("10.0.0.2"), "02:00:00:00:00:0a");
 }
 
 TEST_F(BindingDiscoveryVarpReplySmTest, aDeviceThatCannotBeFoundYetIsAwaited) {

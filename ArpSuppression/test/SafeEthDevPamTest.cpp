@@ -105,6 +105,47 @@ TEST_F(SafeEthDevPamTest, whatItReceivesIsThere) {
     EXPECT_FALSE(pam->rxPkt());
 }
 
+TEST_F(SafeEthDevPamTest, aDeviceThatIsDownIsEnabledAtTheFirstRetryAfterItComesUp) {
+    ports.deviceIs("Vlan10", 7);
+    ports.downIs(7, true);
+    TraceCapture capture("ArpSuppression=2");
+    auto pam = pamIs();
+    runFor(7);
+    EXPECT_EQ(capture.count("what=Vlan10: bind: Network is down\n"), 2u) << capture.text();
+    ports.downIs(7, false);
+    runFor(2.9);
+    EXPECT_FALSE(pam->enabled());
+    runFor(0.1);
+    EXPECT_TRUE(pam->enabled());
+    EXPECT_EQ(capture.count("what="), 2u) << capture.text();
+}
+
+TEST_F(SafeEthDevPamTest, aDeviceThatGoesDownIsListenedToAgain) {
+    ports.deviceIs("Vlan10", 7);
+    auto pam = pamIs();
+    runUntilIdle();
+    TraceCapture capture("ArpSuppression=8");
+    ports.downIs(7, true);
+    runFor(7);
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_EQ(capture.count("what="), 2u) << "at once, and after five seconds";
+    ports.downIs(7, false);
+    runFor(3);
+    EXPECT_TRUE(pam->enabled());
+    EXPECT_EQ(capture.count(" enabled\n"), 1u) << capture.text();
+    EXPECT_TRUE(nothingPending());
+    // One that is back before anybody looks, under the same index.
+    ports.downIs(7, true);
+    ports.downIs(7, false);
+    runUntilIdle();
+    EXPECT_TRUE(pam->enabled());
+    EXPECT_EQ(capture.count("what="), 2u) << capture.text();
+    ports.inject(7, Testing::Frame{1, 2});
+    runUntilIdle();
+    EXPECT_TRUE(pam->rxPkt());
+    ASSERT_EQ(ports.bindings().size(), 1u) << "the old socket is closed";
+}
+
 TEST_F(SafeEthDevPamTest, itsEndIsTheEndOfItsRetries) {
     auto pam = pamIs();
     auto enableSm = pam->enableSm();

@@ -80,6 +80,14 @@ void EthDevPam::open() {
     if (sockets.bind(socket.get(), ethProtocol_, ifIndex) != 0) {
         fail("bind");
     }
+    // A device that is down takes the socket, which then reports it.
+    int error = 0;
+    socklen_t length = sizeof error;
+    getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &length);
+    if (error != 0) {
+        errno = error;
+        fail("bind");
+    }
     Vela::Owned<Vela::FileDescriptor> fileDescriptor;
     fileDescriptor = Vela::make<Vela::FileDescriptor>(scheduler_, "EthDevPam", std::move(socket));
     fileDescriptor->notifyOnReadableIs(true);
@@ -89,10 +97,15 @@ void EthDevPam::open() {
 }
 
 void EthDevPam::close() noexcept {
+    closeSocket();
+    frames_.clear();
+}
+
+void EthDevPam::closeSocket() noexcept {
     readable_.clear();
     fileDescriptor_.reset();
     ifIndex_ = 0;
-    frames_.clear();
+    deviceWentDown_ = false;
 }
 
 void EthDevPam::handleReadable() {
@@ -117,14 +130,18 @@ Vela::Ptr<Vela::Pkt> EthDevPam::rxPkt() {
 void EthDevPam::takeFrames() {
     std::array<uint8_t, frameBytes> buffer;
     while (frames_.size() < socketReadLimit_) {
-        ssize_t length =
-            recv(fileDescriptor_->descriptor(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        ssize_t length = Vela::packetSockets().receive(fileDescriptor_->descriptor(), buffer);
         if (length > 0) {
             frames_.push_back(
                 Vela::pktManager().newPkt({buffer.data(), static_cast<size_t>(length)}));
-        } else if (length == 0 || (errno != ENETDOWN && errno != EINTR)) {
-            // A device that goes down is reported once, in front of the frames that came before.
+        } else if (length < 0 && errno == ENETDOWN) {
+            deviceWentDown_ = true; // reported once, in front of the frames that came before
+        } else if (length == 0 || errno != EINTR) {
             fileDescriptor_->readableDel();
+            if (deviceWentDown_) {
+                closeSocket();
+                handleDeviceDown();
+            }
             return;
         }
     }

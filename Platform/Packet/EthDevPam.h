@@ -12,8 +12,8 @@
 namespace Zinc {
 
 /// Receives the frames of one Ethernet protocol on one device, which it finds by name when it is
-/// enabled; it has a socket while it is. The socket stays with the device that had the name then:
-/// where another one takes its place, disable and enable.
+/// enabled; it has a socket while it is. The socket stays with the device that had the name then,
+/// and when that goes down, it disables itself: what comes up under the name may be another device.
 ///
 /// Frames that arrive are announced, not handed over: who uses it takes them with `rxPkt`, in its
 /// own time and outside the announcement, until there is none.
@@ -47,8 +47,9 @@ class EthDevPam : public Vela::Entity {
     void socketReadLimitIs(uint32_t frames);
 
     bool enabled() const { return static_cast<bool>(fileDescriptor_); }
-    /// Throws std::system_error if there is no such namespace or device there, or no socket to be
-    /// had; it is as it was then. Frames that wait are gone once it is disabled.
+    /// Throws std::system_error if there is no such namespace or device there, if the device is
+    /// down, or if there is no socket to be had; it is as it was then. Frames that wait are gone
+    /// once it is disabled.
     void enabledIs(bool enabled);
     /// The kernel index of the device; 0 while it is not enabled.
     uint32_t ifIndex() const { return ifIndex_; }
@@ -63,10 +64,13 @@ class EthDevPam : public Vela::Entity {
 
   protected:
     void handleDestroy() noexcept override { close(); }
+    /// Its device went down and it has disabled itself. Frames that came before still wait.
+    virtual void handleDeviceDown() {}
 
   private:
     void open();
     void close() noexcept;
+    void closeSocket() noexcept;
     void handleReadable();
     void takeFrames();
 
@@ -77,6 +81,7 @@ class EthDevPam : public Vela::Entity {
     uint32_t sockPrio_ = 0;
     uint32_t socketReadLimit_ = 16;
     uint32_t ifIndex_ = 0;
+    bool deviceWentDown_ = false; // frames that came before are still in the socket
     Vela::Owned<Vela::FileDescriptor> fileDescriptor_;
     Vela::Reaction readable_;
     std::deque<Vela::Ptr<Vela::Pkt>> frames_;

@@ -92,6 +92,10 @@ uint32_t PacketSockets::ifIndex(const std::string& deviceName) {
     return if_nametoindex(deviceName.c_str());
 }
 
+ssize_t PacketSockets::receive(int fd, std::span<uint8_t> frame) {
+    return recv(fd, frame.data(), frame.size(), MSG_DONTWAIT);
+}
+
 PacketSockets& packetSockets() {
     static KernelSockets kernel;
     return chosen() ? *chosen() : kernel;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <sys/types.h>
 
 namespace Vela {
 
@@ -21,6 +22,9 @@ class PacketSockets {
     virtual UniqueFd open(uint16_t protocol) = 0;
     /// Restricts a socket to one interface. Returns 0, or -1.
     virtual int bind(int fd, uint16_t protocol, uint32_t ifIndex) = 0;
+    /// Takes the next frame out of a socket, as much of it as there is room for; as `recv` does
+    /// that does not wait.
+    virtual ssize_t receive(int fd, std::span<uint8_t> frame);
     /// Sends a whole frame out of an interface, or with index 0 out of the one that the socket is
     /// bound to, filed under the protocol that the frame names itself. Returns whether the kernel
     /// took it.

@@ -259,25 +259,51 @@ TEST_F(NetnsVarpTest, aDeviceMadeAnewWithAnotherIndexIsListenedTo) {
 }
 
 TEST_F(NetnsVarpTest, aDeviceThatWasDownIsListenedToOnceItIsUp) {
+    auto up = [this] {
+        red.ip({"link", "set", "Vlan20", "up"});
+        red.ip({"link", "set", "gw20", "up"});
+        return forwards(red);
+    };
     deviceIs(red, 77);
     red.ip({"link", "set", "Vlan20", "down"});
-    publish(77); // the socket is told that it is down
-    ASSERT_TRUE(pam()->enabled());
-    red.ip({"link", "set", "Vlan20", "up"});
-    red.ip({"link", "set", "gw20", "up"});
-    ASSERT_TRUE(forwards(red));
+    publish(77);
+    ASSERT_TRUE(pam());
+    EXPECT_FALSE(pam()->enabled());
+    ASSERT_TRUE(up());
+    runFor(5);
+    EXPECT_TRUE(pam()->enabled());
     inject(red, arpToVirtualRouter("10.0.20.1"));
     EXPECT_EQ(moved(learnt()), learnt());
     // And again, with frames in front of the news.
     inject(red, arpToVirtualRouter("10.0.20.2"));
     red.ip({"link", "set", "Vlan20", "down"});
     EXPECT_EQ(moved(learnt()), learnt());
-    red.ip({"link", "set", "Vlan20", "up"});
-    red.ip({"link", "set", "gw20", "up"});
-    ASSERT_TRUE(forwards(red));
+    EXPECT_FALSE(pam()->enabled());
+    ASSERT_TRUE(up());
+    runFor(5);
     inject(red, arpToVirtualRouter("10.0.20.3"));
     EXPECT_EQ(moved(learnt()), learnt());
     EXPECT_EQ(macOf("10.0.20.3"), hostMac.toStrep());
+}
+
+TEST_F(NetnsVarpTest, aDeviceMadeAnewWithTheSameIndexIsListenedTo) {
+    deviceIs(red, 77);
+    publish(77);
+    ASSERT_TRUE(pam()->enabled());
+    deviceDel(red);
+    deviceIs(red, 77); // of which nobody is told
+    runUntilIdle();
+    EXPECT_TRUE(pam()->enabled());
+    inject(red, arpToVirtualRouter("10.0.20.1"));
+    EXPECT_EQ(moved(learnt()), learnt());
+    deviceDel(red);
+    runFor(7);
+    EXPECT_FALSE(pam()->enabled());
+    deviceIs(red, 77);
+    runFor(3);
+    inject(red, arpToVirtualRouter("10.0.20.2"));
+    EXPECT_EQ(moved(learnt()), learnt());
+    EXPECT_EQ(macOf("10.0.20.2"), hostMac.toStrep());
 }
 
 TEST_F(NetnsVarpTest, nobodyListensWithoutAVirtualRouter) {

@@ -152,6 +152,42 @@ class SuppressionTest(LeafCase):
         self.assertGreater(len(floods), 0)
         self.assertLess(len(floods), requests)
 
+    def test_switching_it_off_and_on_loses_nothing(self):
+        self.start()
+        self.bind(self.h21)
+
+        def switch():
+            for mpls in (False, True) * 3:
+                time.sleep(0.3)
+                with open(f"{self.agent.runtime}/lock", encoding="ascii") as lock:
+                    process = int(lock.read())
+                os.kill(process, signal.SIGSTOP)
+                self.agent.configure(mpls=mpls)
+                self.agent.reload()
+                time.sleep(0.05)
+                os.kill(process, signal.SIGCONT)
+            time.sleep(1)
+
+        tap = Tap(self.h11.namespace, "eth0")
+        self.addCleanup(tap.close)
+        self.fabric.wire.settle()
+        frame = request(self.h11.mac, self.h11.address, self.h21.address)
+        requests = 0
+        meanwhile = threading.Thread(target=switch)
+        meanwhile.start()
+        while meanwhile.is_alive():
+            tap.send(frame)
+            requests += 1
+            time.sleep(0.0005)
+        meanwhile.join()
+        floods = [item for item in self.fabric.wire.settle() if item.arp.request]
+        replies = [arp_of(frame.data) for frame in tap.take() if not frame.outgoing]
+        self.assertEqual(
+            sum(reply is not None and reply.source == self.h21.mac for reply in replies), requests
+        )
+        self.assertGreater(len(floods), 0)
+        self.assertLess(len(floods), requests)
+
     def test_killed_agent_fails_open(self):
         self.start()
         self.bind(self.h21)

@@ -42,6 +42,7 @@ class SeenSockets final : public Vela::PacketSockets {
     int bind(int fd, uint16_t protocol, uint32_t ifIndex) override {
         return ports_.bind(fd, protocol, ifIndex);
     }
+    ssize_t receive(int fd, std::span<uint8_t> frame) override { return ports_.receive(fd, frame); }
     bool send(int fd, uint16_t protocol, uint32_t ifIndex,
               std::span<const uint8_t> frame) override {
         return ports_.send(fd, protocol, ifIndex, frame);
@@ -193,6 +194,48 @@ TEST_F(EthDevPamTest, WhatWaitsIsGoneOnceItIsDisabled) {
     runUntilIdle();
     EXPECT_EQ(received(), std::vector<unsigned>{3});
     EXPECT_EQ(announced, (std::vector<uint32_t>{2, 1}));
+}
+
+TEST_F(EthDevPamTest, ADeviceThatGoesDownDisablesItAndNoFrameIsLost) {
+    auto reaction = announce();
+    pam->socketReadLimitIs(4);
+    pam->enabledIs(true);
+    inject(0, 10);
+    ports.downIs(7, true);
+    runUntilIdle();
+    EXPECT_EQ(announced, std::vector<uint32_t>{4});
+    EXPECT_TRUE(pam->enabled()) << "more frames wait in the socket";
+    EXPECT_EQ(received(), (std::vector<unsigned>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_EQ(pam->ifIndex(), 0u);
+    EXPECT_FALSE(sockets.lastIsOpen());
+    EXPECT_EQ(errorOfEnabling(ENETDOWN), "Vlan10: bind: Network is down");
+    EXPECT_FALSE(sockets.lastIsOpen());
+    ports.downIs(7, false);
+    pam->enabledIs(true);
+    inject(10, 2);
+    runUntilIdle();
+    EXPECT_EQ(received(), (std::vector<unsigned>{10, 11}));
+    EXPECT_TRUE(pam->enabled());
+}
+
+TEST_F(EthDevPamTest, FramesOfADeviceThatWentDownWaitForWhoTakesThem) {
+    auto reaction = announce();
+    pam->enabledIs(true);
+    inject(1, 2);
+    ports.downIs(7, true);
+    runUntilIdle();
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_EQ(announced, std::vector<uint32_t>{2});
+    ports.downIs(7, false);
+    pam->enabledIs(true);
+    inject(3);
+    runUntilIdle();
+    EXPECT_EQ(received(), (std::vector<unsigned>{1, 2, 3}));
+    ports.downIs(7, true); // with nothing to announce
+    runUntilIdle();
+    EXPECT_FALSE(pam->enabled());
+    EXPECT_EQ(announced, (std::vector<uint32_t>{2, 3}));
 }
 
 TEST_F(EthDevPamTest, WhoIsToldMayEndIt) {
