@@ -71,7 +71,9 @@ def show_around(tour, name, programs):
         f"""
 The fabric is up. Some ways to look around; leaf2 and the hosts h11 to h24 are alike:
   ip netns exec {name}-h11 arping -c 3 -b -I eth0 10.0.10.22
-  {programs}/Ctl/arpsupctl --runtime-directory {tour.agents[1].runtime} show status
+  export ARPSUP_RUNTIME_DIRECTORY={tour.agents[1].runtime}
+  {programs}/Ctl/arpsupctl show status; {programs}/Ctl/arpsupctl show bindings local
+  {programs}/Ctl/arpsupctl explain 10.0.10.22
   ip netns exec {leaf} vtysh -N {leaf} -c 'show bgp l2vpn evpn' -c 'show evpn arp-cache vni all'
   ip -n {leaf} neigh; bridge -n {leaf} fdb show br Vlan10; ip -n {leaf}-red addr
 It is taken down by

@@ -68,16 +68,11 @@ class Agent:
 
     def bindings(self):
         """The remote bindings that it has."""
-        rows = self._rows("bindings", "remote")
-        return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
+        return _bindings(self._rows("bindings", "remote"))
 
     def local_bindings(self):
         """The bindings of its own hosts, as far as it knows them."""
-        shown = self.control("show", "tech-support", check=False)
-        found = re.findall(
-            r" LocalBinding <<<.*>;(.*);.*>;<vlanId=(\d+) macAddress=(\S+)>", shown
-        )
-        return {Binding(int(vlan), address, mac) for address, vlan, mac in found}
+        return _bindings(self._rows("bindings", "local"))
 
     def asked_for(self):
         """How many neighbour entries it asks for, by what has become of them."""
@@ -140,3 +135,7 @@ class Agent:
                 f'mac = "{mac}"',
             ]
         return "\n".join(lines) + "\n"
+
+
+def _bindings(rows):
+    return {Binding(row["vlan"], row["ip"], row["mac"]) for row in rows}
