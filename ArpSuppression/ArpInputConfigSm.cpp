@@ -9,6 +9,7 @@
 #include "Platform/Trace/SwiftlogType.h"
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <utility>
 
@@ -53,6 +54,18 @@ Zinc::AddressFamily knownFamily(const Zinc::IpGenAddr& ipAddress) {
 }
 
 } // namespace
+
+std::strong_ordering operator<=>(const VrfIpv4Address& a, const VrfIpv4Address& b) {
+    auto order = std::compare_three_way()(a.vrfInfo_.get(), b.vrfInfo_.get());
+    return order != 0 ? order : a.address_ <=> b.address_;
+}
+
+uint64_t VrfIpv4Address::hash(uint64_t seed) const {
+    Vela::IncrementalHash hash(seed);
+    hash.mix(std::bit_cast<uint64_t>(vrfInfo_.get()));
+    hash.mix(address_);
+    return hash.result();
+}
 
 bool toggleEvpnMplsProxyArpRefreshEnabled() {
     static const bool enabled =
@@ -306,9 +319,9 @@ uint32_t ArpInputConfigSm::walkVrf(const L3::VrfName& vrfName,
 /// An address of a VRF that has ended is nobody's any more, even where the VRF has come back.
 uint32_t ArpInputConfigSm::walkShadow() {
     return walkCollection(ipv4VlanIntfIdShadow_, shadowBookmark_,
-                          [this](const VrfIpAddress& address, const auto&) {
+                          [this](const VrfIpv4Address& address, const auto&) {
                               if (address.vrfInfo()->destroyed()) {
-                                  ipv4VlanIntfIdShadowDel(address);
+                                  ipv4VlanIntfIdShadow_.erase(address);
                               }
                           });
 }
@@ -388,7 +401,8 @@ bool ArpInputConfigSm::selectiveInstall(const VrfIpAddress& vrfIpAddress) {
     if (remoteIpToMac && remoteIpToMac->vlanIdMacAddresses() == 1 &&
         remoteIpToMac->isFirstVlanIdMacAddressLocalMultihomed()) {
         TRACE(trace, 8, this,
-              "Ignoring selective install for local multihomed vrfIpAddress=" << vrfIpAddress);
+              "Ignoring selective install"
+                  << "for local multihomed vrfIpAddress=" << vrfIpAddress);
         return false;
     }
     return true;
@@ -547,11 +561,18 @@ Vela::Ptr<VlanL3Info> ArpInputConfigSm::vlanL3Info(Bridging::VlanId vlanId,
 
 void ArpInputConfigSm::ipv4VlanIntfIdShadowIs(const VrfIpAddress& vrfIpAddress,
                                               Zinc::IntfId intfId) {
-    *ipv4VlanIntfIdShadow_.findOrInsert(vrfIpAddress, [&] { return intfId; }).first = intfId;
+    VrfIpv4Address key(vrfIpAddress);
+    *ipv4VlanIntfIdShadow_.findOrInsert(key, [&] { return intfId; }).first = intfId;
+}
+
+void ArpInputConfigSm::ipv4VlanIntfIdShadowDel(const VrfIpAddress& vrfIpAddress) {
+    if (vrfIpAddress.ipAddress().af() == Zinc::ipv4()) {
+        ipv4VlanIntfIdShadow_.erase(VrfIpv4Address(vrfIpAddress));
+    }
 }
 
 Zinc::IntfId ArpInputConfigSm::ipv4VlanIntfIdShadow(const VrfIpAddress& vrfIpAddress) const {
-    const Zinc::IntfId* intfId = ipv4VlanIntfIdShadow_.find(vrfIpAddress);
+    const Zinc::IntfId* intfId = ipv4VlanIntfIdShadow_.find(VrfIpv4Address(vrfIpAddress));
     return intfId ? *intfId : Zinc::IntfId();
 }
 
@@ -561,7 +582,7 @@ void ArpInputConfigSm::dumpState(Vela::DumpContext& context, int indent) const {
     context.print(indent, "walkStage %s\n", stringValue(walkStage_));
     context.print(indent, "ipv4VlanIntfIdShadow[] #%zu\n", ipv4VlanIntfIdShadow_.size());
     for (auto shadow = ipv4VlanIntfIdShadow_.first(); shadow; ++shadow) {
-        context.print(indent + 2, "%s -> %s\n", shadow.key().toStrep().c_str(),
+        context.print(indent + 2, "%s -> %s\n", shadow.key().vrfIpAddress().toStrep().c_str(),
                       shadow.value().toStrep().c_str());
     }
     context.print(indent, "localMultihomedRemoteBinding[] #%zu\n",

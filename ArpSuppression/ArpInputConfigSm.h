@@ -11,6 +11,7 @@
 #include "Platform/Scheduler/WalkSmBase.h"
 #include "Platform/State/HashTable.h"
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <ostream>
@@ -18,6 +19,25 @@
 namespace ArpSuppression {
 
 bool toggleEvpnMplsProxyArpRefreshEnabled();
+
+/// An IPv4 address in a VRF: a VrfIpAddress that never has an interface, in half the space.
+class VrfIpv4Address {
+  public:
+    explicit VrfIpv4Address(const VrfIpAddress& address)
+        : vrfInfo_(address.vrfInfo()), address_(address.ipAddress().v4()) {}
+
+    const Vela::Ptr<VrfInfo>& vrfInfo() const { return vrfInfo_; }
+    Zinc::IpGenAddr ipAddress() const { return Zinc::IpGenAddr(address_); }
+    VrfIpAddress vrfIpAddress() const { return {vrfInfo_, ipAddress()}; }
+
+    friend bool operator==(const VrfIpv4Address&, const VrfIpv4Address&) = default;
+    friend std::strong_ordering operator<=>(const VrfIpv4Address& a, const VrfIpv4Address& b);
+    uint64_t hash(uint64_t seed) const;
+
+  private:
+    Vela::Ptr<VrfInfo> vrfInfo_;
+    uint32_t address_;
+};
 
 /// Writes the neighbour entries that the kernel is to have. An address gets the entry of its local
 /// binding while the kernel knows the neighbour itself: dynamic. Otherwise it gets that of its
@@ -39,7 +59,8 @@ class ArpInputConfigSm final : public Vela::WalkSmBase {
     };
 
     // A million addresses may be in the first of these, and nobody is told of changes.
-    using IntfIdTable = Vela::HashTable<Vela::PairLayout<VrfIpAddress, Zinc::IntfId>>;
+    using IntfIdTable = Vela::HashTable<Vela::PairLayout<VrfIpv4Address, Zinc::IntfId>>;
+    static_assert(sizeof(IntfIdTable::Node) <= 40); // what fits into 48 bytes of heap
     using HostTable = Vela::HashTable<Vela::PairLayout<VrfIpAddress, VlanIdMacAddress>>;
 
     /// All of them must be there. Entries carry the input configuration's source.
@@ -110,7 +131,7 @@ class ArpInputConfigSm final : public Vela::WalkSmBase {
     Vela::Ptr<VlanL3Info> vlanL3Info(Bridging::VlanId vlanId, const VrfIpAddress& vrfIpAddress);
     Arp::InputConfigKey entryKey(const VrfIpAddress& vrfIpAddress) const;
     void ipv4VlanIntfIdShadowIs(const VrfIpAddress& vrfIpAddress, Zinc::IntfId intfId);
-    void ipv4VlanIntfIdShadowDel(const VrfIpAddress& key) { ipv4VlanIntfIdShadow_.erase(key); }
+    void ipv4VlanIntfIdShadowDel(const VrfIpAddress& vrfIpAddress);
     Zinc::IntfId ipv4VlanIntfIdShadow(const VrfIpAddress& vrfIpAddress) const;
     void count(ArpSuppressionCounterId id) { arpSuppressionCounterStatus_->increment(id); }
 
@@ -126,8 +147,8 @@ class ArpInputConfigSm final : public Vela::WalkSmBase {
     VrfIpAddress localBindingRecordBookmark_;
     VrfIpAddress remoteBindingStatusBookmark_;
     ArpInputConfigBookmark arpInputConfigBookmark_;
-    std::optional<VrfIpAddress> shadowBookmark_; // set only while the walk is in the shadow
-    bool vrfEnded_ = false;                      // since the walk was last through the shadow
+    std::optional<VrfIpv4Address> shadowBookmark_; // set only while the walk is in the shadow
+    bool vrfEnded_ = false;                        // since the walk was last through the shadow
     IntfIdTable ipv4VlanIntfIdShadow_;
     HostTable localMultihomedRemoteBinding_;
     Vela::Reaction remoteBinding_;

@@ -186,7 +186,7 @@ void BindingDiscoveryVarpReplyV4Sm::processPacket(const Vela::Pkt& pkt) {
         count(Id::varpArpNotToVarpMac);
         return;
     }
-    count(Id::varpArpAccepted); // also where its sender is refused
+    count(Id::varpArpAccepted);
     createLocalBinding(Zinc::IpGenAddr(arp.senderIp), arp.senderMac);
 }
 

@@ -269,7 +269,7 @@ TEST_F(Multihomed, isInstalledInFull) {
     TraceCapture capture("ArpSuppression=8");
     remoteIs(ip1, macA, 10, true);
     expect(permanent(macA), once(Id::inputPermanentAdded));
-    EXPECT_EQ(capture.count(" Ignoring selective install for local multihomed "
+    EXPECT_EQ(capture.count(" Ignoring selective installfor local multihomed "
                             "vrfIpAddress=<<vrfName=default vrfId=1>;10.0.0.1;>\n"),
               1u)
         << capture.text();

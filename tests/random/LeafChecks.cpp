@@ -456,7 +456,7 @@ void Leaf::checkEntries(const Model::Past& past) {
     std::map<Address, Zinc::IntfId> shadows;
     const auto& shadow = rootSm().arpInputConfigSm()->ipv4VlanIntfIdShadowCollection();
     for (auto one = shadow.first(); one; ++one) {
-        shadows[addressOf(one.key())] = one.value();
+        shadows[addressOf(one.key().vrfIpAddress())] = one.value();
     }
     same("interfaces of IPv4 entries", expected, shadows);
 
