@@ -235,16 +235,6 @@ TEST_F(BindingDiscoveryVarpReplySmTest, theArpTargetCountsNotTheFramesDestinatio
     EXPECT_EQ(handledV4(ArpReply{}.bytes()), once(Id::varpArpNotToVarpMac));
 }
 
-TEST_F(BindingDiscoveryVarpReplySmTest, aReplyIsAcceptedBeforeItsSenderIsLookedAt) {
-    Moved seen;
-    auto reaction = record().bindingCollection().react(
-        nullptr, [&](const VrfIpAddress&) { seen = countersMoved(); });
-    EXPECT_EQ(handledV4(ArpReply{}.bytes()), once(Id::bindingCreated));
-    EXPECT_EQ(seen, once(Id::varpArpAccepted));
-    EXPECT_EQ(handledV6(Advertisement{}.bytes()), once(Id::bindingCreated));
-    EXPECT_EQ(seen, once(Id::varpNaAccepted));
-}
-
 TEST_F(BindingDiscoveryVarpReplySmTest, aSenderThatCannotBeBoundIsRefusedAfterwards) {
     auto accepted = [](Id refusal) { return Moved{{Id::varpArpAccepted, 1}, {refusal, 1}}; };
     EXPECT_EQ(handledV4(ArpReply{.senderMac = EthAddr()}.bytes()), accepted(Id::bindingBadMac));
