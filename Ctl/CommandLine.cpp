@@ -147,6 +147,10 @@ void Arguments::addShow() {
     });
     addBindings(*show);
     addCounters(*show);
+    withJson(show->add_subcommand("neighbours",
+                                  "The neighbour entries that the agent asks for, what the kernel "
+                                  "holds, and why they differ"))
+        ->callback([this] { ask("show neighbours"); });
     withJson(show->add_subcommand("forwarding-plane", "What the forwarding plane has counted"))
         ->callback([this] { ask("show forwarding-plane"); });
     withJson(

@@ -1,6 +1,7 @@
 #include "Host/Daemon.h"
 
 #include "Host/KernelSettings.h"
+#include "Host/NeighborReport.h"
 #include "Host/ReportOfPlane.h"
 #include "Host/StartError.h"
 #include "Platform/Agent/AgentFactory.h"
@@ -118,6 +119,12 @@ Daemon::Daemon(Configuration configuration, std::string configurationFile)
     commands_.emplace(OperatorCommands::Sources{
         .agent = *agent_.ptr(),
         .dumpDaemon = [this](Vela::DumpContext& context) { dump(context); },
+        .writeNeighbors =
+            [this](bool json, int fd) {
+                writeNeighbors(*state_->arpInputConfig,
+                               kernelSwitch_ ? &kernelSwitch_->neighborWriter() : nullptr, json,
+                               fd);
+            },
         .forwardingPlane = forwardingPlane_ ? [this] { return reportOf(*forwardingPlane_.ptr()); }
                                             : std::function<ForwardingPlaneReport()>()});
     controlSocket_ =

@@ -9,9 +9,11 @@ namespace {
 constexpr const char* names =
     "show tech-support, show status [VLAN] [-j], show vlans [-j], "
     "show bindings local [ADDRESS] [VLAN] [-j], explain ADDRESS [VLAN] [-j], "
-    "show forwarding-plane [-j]";
+    "show neighbours [-j], show forwarding-plane [-j]";
 
 constexpr std::string_view techSupportCommand = "show tech-support";
+constexpr std::string_view neighboursCommand = "show neighbours";
+constexpr std::string_view neighboursJsonCommand = "show neighbours -j";
 constexpr std::string_view forwardingPlaneCommand = "show forwarding-plane";
 constexpr std::string_view forwardingPlaneJsonCommand = "show forwarding-plane -j";
 
@@ -43,7 +45,8 @@ OperatorCommands::callbackOf(const std::string& command) const {
 }
 
 std::string OperatorCommands::refusal(const std::string& command) const {
-    if (command == techSupportCommand) {
+    if (command == techSupportCommand || command == neighboursCommand ||
+        command == neighboursJsonCommand) {
         return ""; // there is always something to tell
     }
     if (command == forwardingPlaneCommand || command == forwardingPlaneJsonCommand) {
@@ -60,6 +63,8 @@ std::string OperatorCommands::refusal(const std::string& command) const {
 void OperatorCommands::answer(const std::string& command, int fd) const {
     if (command == techSupportCommand) {
         techSupport(command, fd);
+    } else if (command == neighboursCommand || command == neighboursJsonCommand) {
+        sources_.writeNeighbors(command == neighboursJsonCommand, fd);
     } else if (command == forwardingPlaneCommand || command == forwardingPlaneJsonCommand) {
         writeForwardingPlane(sources_.forwardingPlane(), command == forwardingPlaneJsonCommand, fd);
     } else if (auto callback = callbackOf(command)) {

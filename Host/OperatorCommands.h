@@ -17,6 +17,7 @@ namespace Host {
 ///     show vlans [-j]                             the agent answers
 ///     show bindings local [ADDRESS] [VLAN] [-j]   the agent answers
 ///     explain ADDRESS [VLAN] [-j]                 the agent answers
+///     show neighbours [-j]                        what is asked of the kernel, and came of it
 ///     show forwarding-plane [-j]                  where there is one
 class OperatorCommands {
   public:
@@ -24,6 +25,8 @@ class OperatorCommands {
         Vela::Agent& agent; ///< outlives what is made here
         /// Writes the daemon's own state.
         std::function<void(Vela::DumpContext&)> dumpDaemon;
+        /// Writes the neighbour entries that are asked for.
+        std::function<void(bool json, int fd)> writeNeighbors;
         /// Empty where there is no forwarding plane.
         std::function<ForwardingPlaneReport()> forwardingPlane = {};
     };

@@ -197,6 +197,15 @@ TEST_F(DaemonTest, AReloadSaysWhatNeedsARestart) {
               "arpsupd: read " + file() + " again\narpsupd: stopping\n");
 }
 
+TEST_F(DaemonTest, WithoutTheKernelNobodyCarriesNeighbourEntriesOut) {
+    start();
+    EXPECT_EQ(arpsupctl({"show", "neighbours"}).output,
+              "nobody carries entries out: the kernel is not the switch\n");
+    EXPECT_EQ(arpsupctl({"show", "neighbours", "-j"}).output,
+              "{\"carriedOut\":false,\"entries\":[],\"counters\":{}}\n");
+    stop();
+}
+
 TEST_F(DaemonTest, OnLinuxTheKernelIsTheSwitch) {
     Testing::enterOwnNamespaces();
     Testing::ip({"link", "add", "br30", "address", "02:00:00:00:0b:0b", "type", "bridge"});

@@ -69,7 +69,11 @@ class OperatorCommandsTest : public Testing::CoreFixture {
 
     OperatorCommands::Sources sources() {
         return {.agent = *agent_,
-                .dumpDaemon = [](Vela::DumpContext& context) { context.print(0, "daemon\n"); }};
+                .dumpDaemon = [](Vela::DumpContext& context) { context.print(0, "daemon\n"); },
+                .writeNeighbors =
+                    [](bool json, int fd) {
+                        Vela::DumpContext(fd).print(0, "neighbours %s\n", json ? "json" : "text");
+                    }};
     }
 
     Vela::Ptr<TestAgent> agent_ = Vela::make<TestAgent>();
@@ -99,6 +103,8 @@ TEST_F(OperatorCommandsTest, BeforeTheAgentIsReady) {
     EXPECT_EQ(commands_.refusal("show status"), waits);
     EXPECT_EQ(commands_.refusal("show vlans"), waits);
     EXPECT_EQ(answer("show tech-support"), "daemon\nTestAgent waits\n");
+    EXPECT_EQ(answer("show neighbours"), "neighbours text\n");
+    EXPECT_EQ(answer("show neighbours -j"), "neighbours json\n");
 }
 
 TEST_F(OperatorCommandsTest, WhatIsNoCommand) {
@@ -106,13 +112,13 @@ TEST_F(OperatorCommandsTest, WhatIsNoCommand) {
     for (const char* command :
          {"", "show", "show ", "show statusx", "show vlan", "Show vlans", " show vlans",
           "show tech-support -j", "show tech-support ", "show forwarding-plane x",
-          "show forwarding-plane -j -j", "show bindings", "show bindings remote",
-          "show bindings locals", "explained", "Explain 10.0.0.1"}) {
+          "show forwarding-plane -j -j", "show neighbours x", "show neighbour", "show bindings",
+          "show bindings remote", "show bindings locals", "explained", "Explain 10.0.0.1"}) {
         EXPECT_EQ(commands_.refusal(command),
                   unknownCommand(command,
                                  "show tech-support, show status [VLAN] [-j], show vlans "
                                  "[-j], show bindings local [ADDRESS] [VLAN] [-j], explain ADDRESS "
-                                 "[VLAN] [-j], show forwarding-plane [-j]"))
+                                 "[VLAN] [-j], show neighbours [-j], show forwarding-plane [-j]"))
             << command;
     }
 }

@@ -1,5 +1,6 @@
 """arpsupd on one leaf."""
 
+import collections
 import json
 import os
 import re
@@ -76,10 +77,8 @@ class Agent:
 
     def asked_for(self):
         """How many neighbour entries it asks for, by what has become of them."""
-        shown = self.control("show", "tech-support", check=False)
-        return {
-            outcome: int(count) for outcome, count in re.findall(r"entries\[(.*)\] (\d+)", shown)
-        }
+        shown = self._rows("neighbours") or {"entries": []}
+        return collections.Counter(entry["outcome"] for entry in shown["entries"])
 
     def listens_for(self, mac):
         """Whether it takes replies to a virtual address that gateways share."""

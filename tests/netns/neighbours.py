@@ -1,7 +1,9 @@
 """Local bindings and the kernel's neighbour entries, on a leaf with an agent."""
 
+import json
+
 from fabric import asking
-from fabric.fabric import Owner
+from fabric.fabric import VRF, Owner
 from fabric.monitor import Monitor
 from fabric.namespaces import eventually
 from leafcase import LeafCase, main
@@ -180,6 +182,41 @@ class EntryTest(NeighbourCase):
             lambda: self.agent.asked_for().get("satisfied by a control plane's entry", 0) == count,
             10,
             f"{count} entries are satisfied",
+        )
+
+    def test_shown_with_what_became_of_them(self):
+        self.start((self.h11, self.h21), (self.h14, self.h24))
+        self.bind(self.h21)
+        self.await_satisfied(1)
+        self.await_owner(self.h24, Owner.AGENT)
+        lines = self.agent.control("show", "neighbours").splitlines()
+        self.assertIn(
+            f"default {self.h21.address} Vlan10 permanent {self.h21.mac} satisfied by a control"
+            f" plane's entry; control plane: {self.h21.mac}",
+            lines,
+        )
+        self.assertIn(
+            f"{VRF} {self.h24.address} Vlan30 permanent {self.h24.mac} installed; kernel:"
+            f" {self.h24.mac} static arpSuppression",
+            lines,
+        )
+        self.assertIn(["added", "1"], [line.split() for line in lines])
+        shown = json.loads(self.agent.control("show", "neighbours", "-j"))
+        self.assertTrue(shown["carriedOut"])
+        self.assertEqual(shown["counters"]["satisfied"], 1)
+        self.assertIn(
+            {
+                "vrf": VRF,
+                "ip": self.h24.address,
+                "interface": "Vlan30",
+                "type": "permanent",
+                "mac": self.h24.mac,
+                "refresh": "none",
+                "outcome": "installed",
+                "kernel": {"mac": self.h24.mac, "static": True, "source": "arpSuppression"},
+                "controlPlane": None,
+            },
+            shown["entries"],
         )
 
     def test_selective_install(self):
