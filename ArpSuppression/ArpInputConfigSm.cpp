@@ -257,7 +257,7 @@ uint32_t ArpInputConfigSm::walkVrfs() {
         if (!start.ipAddress().isUnset() && vrf.key() == L3::VrfName(start.vrfName())) {
             entry = {start.ipAddress(), start.intfId()};
         }
-        count += walkVrf(vrf.key(), Vela::Ptr(vrf.value()), entry);
+        count += walkVrf(vrf.key(), Vela::Ptr<Arp::InputConfigVrf>(vrf.value()), entry);
         if (destroyed()) {
             break;
         }

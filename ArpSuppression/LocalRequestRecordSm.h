@@ -34,7 +34,7 @@ class LocalRequestRecordSm final : public Vela::WalkSmBase {
     const Vela::Ptr<const MessageTrap> receivedRequestTrapV6_;
     const Vela::Ptr<LocalRequestRecord> localRequestRecord_;
     const double ageLimit_ = 240.0; // seconds
-    uint64_t fetched_ = 0;          // of the message that is expected
+    uint32_t fetched_ = 0;          // of the message that is expected
     Vela::Reaction expectedV4_;
     Vela::Reaction expectedV6_;
     Vela::Reaction trappedV4_;

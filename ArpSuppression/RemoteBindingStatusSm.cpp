@@ -126,9 +126,9 @@ Vela::WalkRet RemoteBindingStatusSm::remoteBindingConfigWalk() {
 /// asked for together, so that it is waited for once and not for each.
 void RemoteBindingStatusSm::handleBindings(BindingsAhead& ahead) {
     struct Fetched {
-        uint64_t known;
-        uint64_t macToIp;
-        uint64_t ipToMac;
+        uint32_t known;
+        uint32_t macToIp;
+        uint32_t ipToMac;
     };
     std::array<Fetched, BindingsAhead::most> fetched;
     const size_t count = std::exchange(ahead.count, 0);

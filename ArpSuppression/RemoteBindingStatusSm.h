@@ -39,6 +39,7 @@ class RemoteBindingStatusSm final : public Vela::WalkSmBase {
         static bool fits(const Key& key, const Value& value) { return value.key == key; }
     };
     using KnownBindingTable = Vela::HashTable<KnownBindingLayout>;
+    static_assert(sizeof(KnownBindingTable::Node) <= 40); // what fits into 48 bytes of heap
     using VlanBindingCountCollection = Vela::Map<Bridging::VlanId, int32_t>;
 
     /// There must be a group; the configuration may be missing in a group that never is ready.

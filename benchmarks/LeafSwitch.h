@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -48,6 +49,34 @@ class LeafSwitch {
         return frame.bytes();
     }
     ArpSuppression::MessageTrapSm& trapSm() { return *agent_->rootSm()->messageTrapSm(); }
+
+    /// Whether all of the agent's machines are there and done with every host: its remote binding
+    /// is known and its neighbour entry is asked for.
+    bool everyMachineRuns() const {
+        const auto& sm = agent_->rootSm();
+        auto vrf = state_->arpInputConfig->vrf("default");
+        return sm->root() && sm->root()->remoteBindingStatus()->ipToMacs() == hosts_ &&
+               sm->root()->remoteBindingStatus()->macToIps() == hosts_ && vrf &&
+               vrf->ipv4Entries() == hosts_ && sm->arpSuppressionStatusSm() && sm->vlanL3InfoSm() &&
+               sm->localRequestRecordSm() && sm->remoteBindingStatusSm() &&
+               sm->arpInputConfigSm() && sm->arpSuppressionSm() && sm->bindingDiscoverySm() &&
+               sm->messageReinjectSm() && sm->messageTrapSm() &&
+               sm->arpInputConfigSm()->ipv4VlanIntfIdShadowCollection().size() == hosts_ &&
+               sm->arpInputConfigSm()->walkStage() ==
+                   ArpSuppression::ArpInputConfigSm::WalkStage::walkComplete;
+    }
+
+    /// What the tables' files take of the tmpfs.
+    double tableBytes() const {
+        double bytes = 0;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_)) {
+            struct stat info {};
+            if (stat(entry.path().c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+                bytes += static_cast<double>(info.st_blocks) * 512;
+            }
+        }
+        return bytes;
+    }
 
     const Vela::Ptr<Vela::TaskScheduler>& scheduler() { return scheduler_; }
 

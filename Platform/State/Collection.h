@@ -28,8 +28,8 @@ class Collection {
     const Value* find(const Key& key) const noexcept { return table_.find(key); }
 
     /// See HashTable; other tables have no such thing.
-    uint64_t fetchSlot(const Key& key) const noexcept { return table_.fetchSlot(key); }
-    void fetchNode(uint64_t fetched) const noexcept { table_.fetchNode(fetched); }
+    uint32_t fetchSlot(const Key& key) const noexcept { return table_.fetchSlot(key); }
+    void fetchNode(uint32_t fetched) const noexcept { table_.fetchNode(fetched); }
 
     /// A copy of the value; a default-constructed one when absent (for entities: null).
     Value value(const Key& key) const {

@@ -52,6 +52,9 @@ struct EntityLayout {
 /// order, and resuming at a key is a lookup: the first entry not below it, whether or not the key
 /// is still there and however much the table has grown or shrunk since.
 ///
+/// The lower half of a key's hash counts: more bits would only lengthen the nodes, of which there
+/// may be millions. Where the halves agree the keys decide, as between any two of one hash.
+///
 /// The table grows and shrinks by one bucket at a time, so no insertion or removal stalls.
 /// Elements never move in memory while they are in the table.
 ///
@@ -64,7 +67,7 @@ class HashTable {
     using Value = typename Layout::Value;
     struct Node {
         Node* next;
-        uint64_t hash;
+        uint32_t hash;
         typename Layout::Element element;
     };
     using Position = Node*;
@@ -95,14 +98,14 @@ class HashTable {
 
     /// Asks memory for what a lookup of the key reads first; `fetchNode` with what this returns,
     /// once that is there, for what is read second. Neither is needed for a lookup.
-    uint64_t fetchSlot(const Key& key) const noexcept {
-        uint64_t hash = hashOf(key);
+    uint32_t fetchSlot(const Key& key) const noexcept {
+        uint32_t hash = hashOf(key);
         if (size_ > 0) {
             __builtin_prefetch(&slot(bucketOf(hash)));
         }
         return hash;
     }
-    void fetchNode(uint64_t fetched) const noexcept {
+    void fetchNode(uint32_t fetched) const noexcept {
         if (size_ > 0) {
             __builtin_prefetch(slot(bucketOf(fetched)));
         }
@@ -112,7 +115,7 @@ class HashTable {
     /// may use the table but must not insert `key`.
     template <class Make>
     std::pair<Value*, bool> findOrInsert(const Key& key, Make&& make) {
-        uint64_t hash = hashOf(key);
+        uint32_t hash = hashOf(key);
         if (Node* node = findNode(key, hash)) {
             return {&Layout::value(node->element), false};
         }
@@ -141,7 +144,7 @@ class HashTable {
         if (size_ == 0) {
             return std::nullopt;
         }
-        uint64_t hash = hashOf(key);
+        uint32_t hash = hashOf(key);
         for (Node** link = &slot(bucketOf(hash)); *link; link = &(*link)->next) {
             if (isAt(*link, hash, key)) {
                 std::unique_ptr<Node> node(std::exchange(*link, (*link)->next));
@@ -174,21 +177,23 @@ class HashTable {
     static constexpr size_t firstSlots = 8;
     static constexpr size_t noBucket = ~size_t{0};
 
-    uint64_t hashOf(const Key& key) const noexcept { return key.hash(seed_); }
+    uint32_t hashOf(const Key& key) const noexcept {
+        return static_cast<uint32_t>(key.hash(seed_));
+    }
 
-    static bool isAt(const Node* node, uint64_t hash, const Key& key) {
+    static bool isAt(const Node* node, uint32_t hash, const Key& key) {
         return node && node->hash == hash && Layout::key(node->element) == key;
     }
 
-    static bool below(uint64_t hash, const Key& key, uint64_t otherHash, const Key& otherKey) {
-        uint64_t differing = hash ^ otherHash;
+    static bool below(uint32_t hash, const Key& key, uint32_t otherHash, const Key& otherKey) {
+        uint32_t differing = hash ^ otherHash;
         return differing ? !(hash & (differing & -differing)) : key < otherKey;
     }
 
     // The highest power of two that is no more than the number of buckets; 0 for none.
     size_t wholeLevel() const noexcept { return std::bit_floor(bucketCount_); }
 
-    size_t bucketOf(uint64_t hash) const noexcept {
+    size_t bucketOf(uint32_t hash) const noexcept {
         size_t level = wholeLevel();
         size_t bucket = hash & (2 * level - 1);
         return bucket < bucketCount_ ? bucket : bucket ^ level;
@@ -198,7 +203,7 @@ class HashTable {
         return segments_[bucket / segmentSlots][bucket % segmentSlots];
     }
 
-    Node* findNode(const Key& key, uint64_t hash) const noexcept {
+    Node* findNode(const Key& key, uint32_t hash) const noexcept {
         if (size_ == 0) {
             return nullptr;
         }
@@ -210,7 +215,7 @@ class HashTable {
         return nullptr;
     }
 
-    Node** linkNotBelow(uint64_t hash, const Key& key) const noexcept {
+    Node** linkNotBelow(uint32_t hash, const Key& key) const noexcept {
         Node** link = &slot(bucketOf(hash));
         while (*link && below((*link)->hash, Layout::key((*link)->element), hash, key)) {
             link = &(*link)->next;
@@ -222,7 +227,7 @@ class HashTable {
         if (size_ == 0) {
             return nullptr;
         }
-        uint64_t hash = hashOf(key);
+        uint32_t hash = hashOf(key);
         Node* node = *linkNotBelow(hash, key);
         if (beyond && isAt(node, hash, key)) {
             node = node->next;

@@ -22,7 +22,8 @@ struct SpreadKey {
     friend auto operator<=>(SpreadKey, SpreadKey) = default;
 };
 
-/// A key whose hashes are few: some tell nothing in their low bits, others only there.
+/// A key whose hashes are few: some tell nothing in their low bits, others only there, and
+/// of some the lower halves agree.
 struct FewHashesKey {
     uint32_t number = 0;
 

@@ -74,7 +74,7 @@ struct TableOrder {
         if constexpr (requires { typename Table::Node; }) {
             uint64_t hashA = a.hash(0);
             uint64_t hashB = b.hash(0);
-            for (int bit = 0; bit < 64; ++bit) {
+            for (int bit = 0; bit < 32; ++bit) {
                 if ((hashA ^ hashB) >> bit & 1) {
                     return hashB >> bit & 1;
                 }
