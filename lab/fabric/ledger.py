@@ -2,16 +2,13 @@
 
 "plane." stands before the counters of the forwarding plane, "wire." before what was seen on the
 agent's devices: "wire.replies" are its replies on "fabric", "wire.reinjected" the requests that it
-wrote on "arpinject". "soak.unread" are the trapped requests that waited for an agent when it was
-told to end suppression."""
+wrote on "arpinject"."""
 
 from typing import NamedTuple
 
 # Replies and requests that an agent may have counted and not yet written when it is killed, or
 # written and not yet counted.
 UNDER_WAY = 32
-# Trapped requests that may wait for an agent: half a second of what hosts of its leaf ask.
-WAITING = 20
 
 
 class Law(NamedTuple):
@@ -91,20 +88,18 @@ LAWS = (
 )
 
 # These need an agent that can still be asked.
-READ = Law(
-    "the agent has read what was trapped",
-    ("plane.trapped",),
-    (
-        "trapArpRequest",
-        "trapArpReply",
-        "trapArpNeitherRequestNorReply",
-        "trapMalformed",
-        "trapVlanNotSuppressed",
-        "soak.unread",
-    ),
-)
 PLANE_LAWS = (
-    READ,
+    Law(
+        "the agent has read what was trapped",
+        ("plane.trapped",),
+        (
+            "trapArpRequest",
+            "trapArpReply",
+            "trapArpNeitherRequestNorReply",
+            "trapMalformed",
+            "trapVlanNotSuppressed",
+        ),
+    ),
     Law(
         "replies are delivered, or a reason why not",
         ("wire.replies",),

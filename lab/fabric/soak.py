@@ -54,7 +54,6 @@ class Soak:
         self._written = {}
         self._lives = {}  # by the leaf's number: those that have ended, and last the present one
         self._descriptors = {}
-        self._unread = Counter()  # by the leaf's number, since its agent was started
         self._total = Counter()
         self._happened = Counter()
         self._begin = time.monotonic()
@@ -171,11 +170,6 @@ class Soak:
         agent.configure(mpls=False)
         agent.reload()
         eventually(lambda: not agent.active_vlans(), 10, "suppression ends")
-        with self._watch.quiet():
-            unread = ledger.READ.difference(self._counts(number, agent))
-        if not 0 <= unread <= ledger.WAITING:
-            raise Fault(f"the agent of leaf{number} has left {unread} trapped requests")
-        self._unread[number] += unread
         agent.configure()
         agent.reload()
 
@@ -187,7 +181,6 @@ class Soak:
 
     def _start(self, number):
         agent = self._tour.agents[number]
-        self._unread[number] = 0
         with self._watch.lock:
             self._written[number].begin()
         agent.start()
@@ -264,7 +257,6 @@ class Soak:
         counts = {**agent.counters(), **self._written[number].count}
         plane = agent.forwarding_plane().get("counters", {})
         counts.update({f"plane.{name}": count for name, count in plane.items()})
-        counts["soak.unread"] = self._unread[number]
         return counts
 
     def _check_process(self, number, agent):
