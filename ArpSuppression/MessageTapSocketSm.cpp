@@ -102,6 +102,7 @@ void MessageTapSocketSm::openSocket() {
         receiveBursts(socket.get());
     }
     dropWhatCameBefore(socket.get());
+    handleSocketOpened(socket.get());
     fileDescriptor_ = Vela::make<Vela::FileDescriptor>(scheduler(), "ArpTrap", std::move(socket));
     fileDescriptor_->hasNotificationActiveIs(true);
     readableReaction_ =
@@ -116,7 +117,8 @@ void MessageTapSocketSm::openSocket() {
 }
 
 /// What comes while the agent is at other work for some milliseconds, or not scheduled for longer,
-/// must not be lost: room for some ten thousand small frames instead of the kernel's 250.
+/// must not be lost. Where frames do not come through a ring: room for some ten thousand small ones
+/// instead of the kernel's 250.
 void MessageTapSocketSm::receiveBursts(int sock) const {
     int receiveBytes = 8 << 20;
     // By force where that is allowed: the other call stays below the system's limit, silently.

@@ -34,6 +34,8 @@ class MessageTapSocketSm : public Vela::WalkSmBase {
     void handleMessageTapSocketSmDestroy() noexcept;
     void dumpSocketState(Vela::DumpContext& context, int indent) const;
 
+    /// The socket is bound and about to be read.
+    virtual void handleSocketOpened(int) {}
     /// What was read from the socket and not handled is to be forgotten.
     virtual void handleSocketClosed() noexcept {}
 

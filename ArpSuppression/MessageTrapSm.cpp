@@ -55,6 +55,12 @@ MessageTrapSm::MessageTrapSm(Vela::Ptr<Vela::TaskScheduler> scheduler,
       noSubInterface_(SubInterfaceInfoIs(Zinc::IntfId(), 0)),
       frames_(std::make_unique<Vela::FrameReader>()) {}
 
+void MessageTrapSm::handleSocketOpened(int sock) {
+    if (!frames_->ringIs(sock)) {
+        TRACE(trace, 8, this, "no ring for the trapped frames errno=" << errno);
+    }
+}
+
 void MessageTrapSm::dumpState(Vela::DumpContext& context, int indent) const {
     context.print(indent, "%s\n", typeName());
     dumpSocketState(context, indent + 2);

@@ -54,6 +54,7 @@ class MessageTrapSm : public MessageTapSocketSm {
 
     bool walkStartedNotification() override { return fileDescriptor() != nullptr; }
     Vela::WalkRet walk() override;
+    void handleSocketOpened(int sock) override;
     void handleSocketClosed() noexcept override { frames_->drop(); }
 
   private:

@@ -13,11 +13,30 @@ FrameReader::FrameReader() {
 }
 
 std::optional<std::span<const uint8_t>> FrameReader::next(int socket) {
+    while (auto frame = ring_.next()) {
+        inBatch_ = (inBatch_ + 1) % frames;
+        if (!frame->queued) {
+            return frame->bytes;
+        }
+        if (auto whole = nextQueued(socket); whole || errno != EAGAIN) {
+            return whole;
+        }
+    }
+    return nextQueued(socket);
+}
+
+std::optional<std::span<const uint8_t>> FrameReader::nextQueued(int socket) {
     if (next_ == taken_ && !take(socket)) {
         return std::nullopt;
     }
     size_t i = next_++;
     return std::span<const uint8_t>(buffers_[i].data(), headers_[i].msg_len);
+}
+
+void FrameReader::drop() noexcept {
+    ring_.close();
+    inBatch_ = 0;
+    next_ = taken_;
 }
 
 bool FrameReader::take(int socket) {
