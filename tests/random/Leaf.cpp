@@ -467,7 +467,8 @@ void Leaf::suppression() {
 }
 
 /// The agent ends without a chance to withdraw anything, and another one starts: what was published
-/// stands in the image, and permanent entries in the kernel, from which they are read back.
+/// stands in the image, and permanent entries in the kernel, from which they are read back. If the
+/// other one is not to run, it only withdraws all of that.
 void Leaf::death() {
     say_("the agent dies and starts again");
     const Model::Past past = seen();
@@ -495,6 +496,10 @@ void Leaf::death() {
     ++changes_;
     restarted_ = true;
     wasSelective_ = state_->l2VpnConfig->selectiveArpInstall();
+    if (dice_.chance(30)) {
+        say_("EVPN is switched off meanwhile");
+        state_->evpnStatus->mplsConfiguredIs(false);
+    }
     const auto watches = watchLeft();
     agentIs();
     left_.clear();
