@@ -90,6 +90,11 @@ void KernelSwitch::handleInitialized() {
     state_.entityManager->populatingIs(inputConfigPath, true);
     settledReaction_ = devices_->settledAttribute().react(this, [this] { task_->schedule(); });
     readBackReaction_ = writer_->startedAttribute().react(this, [this] {
+        // Whoever left entries has not cleaned up: killed while it did, it had said otherwise, and
+        // what it said may be lost.
+        if (state_.arpInputConfig->vrfs() > 0) {
+            state_.arpSuppressionStatus->runnableIs(true);
+        }
         state_.entityManager->populatingIs(inputConfigPath, false);
         task_->schedule();
     });

@@ -261,6 +261,11 @@ TEST_F(WithdrawnAtTheStartTest, whereTheEarlierOneDied) {
     expectWithdrawal();
 }
 
+TEST_F(WithdrawnAtTheStartTest, whereTheEarlierOneWasKilledAtItOrItsStatusIsLost) {
+    ASSERT_FALSE(state().arpSuppressionStatus->runnable());
+    expectWithdrawal();
+}
+
 TEST_F(NeighborWriterTest, aSeedStaysTheKernelsWhateverBecomesOfTheEntry) {
     start();
     dynamicIs("10.0.0.2", 2);
