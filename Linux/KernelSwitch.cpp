@@ -19,6 +19,8 @@ namespace {
 
 const Vela::TraceHandle traceHandle("KernelSwitch");
 
+constexpr const char* inputConfigPath = "arp/input/config/arpSuppression";
+
 Vela::UniqueFd openOwnNetNs() {
     Vela::UniqueFd fd(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
     if (!fd) {
@@ -84,8 +86,18 @@ KernelSwitch::KernelSwitch(Vela::Ptr<Vela::TaskScheduler> scheduler, Vela::Switc
 KernelSwitch::~KernelSwitch() = default;
 
 void KernelSwitch::handleInitialized() {
+    // An agent that is not to run withdraws what its predecessor left once, when it has its mounts.
+    state_.entityManager->populatingIs(inputConfigPath, true);
     settledReaction_ = devices_->settledAttribute().react(this, [this] { task_->schedule(); });
-    readBackReaction_ = writer_->startedAttribute().react(this, [this] { task_->schedule(); });
+    readBackReaction_ = writer_->startedAttribute().react(this, [this] {
+        // Whoever left entries has not cleaned up: killed while it did, it had said otherwise, and
+        // what it said may be lost.
+        if (state_.arpInputConfig->vrfs() > 0) {
+            state_.arpSuppressionStatus->runnableIs(true);
+        }
+        state_.entityManager->populatingIs(inputConfigPath, false);
+        task_->schedule();
+    });
     attach(ownNetNs);
     // Those that there are already count for completeness from the start.
     for (const std::string& name : namesOf(devices_->configuration())) {

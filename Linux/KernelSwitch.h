@@ -23,9 +23,9 @@ namespace Linux {
 ///
 /// First come devices and addresses of all namespaces that there are; then what they are to the
 /// switch is published; then neighbours and FDB follow, and when those of all have been told once,
-/// what an earlier agent left in them is read back into the input configuration, and the tables are
-/// complete. A namespace that comes later goes through the same by itself. From then on the input
-/// configuration is carried out to the kernel.
+/// what an earlier agent left in them is read back into the input configuration, which nobody can
+/// mount before, and the tables are complete. A namespace that comes later goes through the same by
+/// itself. From then on the input configuration is carried out to the kernel.
 class KernelSwitch final : public Vela::Entity {
   public:
     /// The state must outlive this object. Throws std::system_error where the kernel cannot be

@@ -266,6 +266,25 @@ TEST_F(ArpSuppressionAgentTest, waitsForTheInputConfigurationToBeReadBack) {
     EXPECT_TRUE(agent->mounts());
 }
 
+TEST_F(ArpSuppressionAgentTest, whatIsReadBackOfAnEarlierRunIsWithdrawnWhereEvpnIsOff) {
+    state().arpSuppressionStatus->runnableIs(true);
+    state().arpSuppressionStatus->vlanIdIs(VlanId(10), true);
+    restartSwitch();
+    entityManager()->populatingIs("arp/input/config/arpSuppression", true);
+    start(*agent);
+    EXPECT_TRUE(state().arpSuppressionStatus->runnable()) << "not before all is known";
+    EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 1u);
+    state().arpInputConfig->vrfIs("red")->afEntryPermanentIs(
+        {IpGenAddr("10.0.0.1"), Zinc::IntfId("Vlan10")}, Zinc::EthAddr("02:00:00:00:00:0a"),
+        Arp::ArpSource::arpSuppression);
+    entityManager()->populatingIs("arp/input/config/arpSuppression", false);
+    runUntilIdle();
+    EXPECT_FALSE(running());
+    EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+    EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
+    EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
+}
+
 TEST_F(ArpSuppressionAgentTest, anEntityOfAnotherTypeLeavesItsReferenceEmpty) {
     entityManager()->entityIs("evpn/mplsConfig", state().evpnStatus);
     Testing::TraceCapture capture("StateDb=0");

@@ -66,6 +66,34 @@ TEST_F(RoadTest, onHardwareItGoesOutUnderTheLabelsOfItsVlan) {
                                       {Id::reinjectWritten, 1}}));
 }
 
+TEST_F(RoadTest, whatWaitsToGoOutEndsWithAStop) {
+    startRoad();
+    const TrapFrame frame;
+    auto waiting =
+        trappedMessageFactory(Bridging::VlanId(10), MessageType::request, ethernet1, false,
+                              frame.senderIp, frame.senderMac, frame.targetIp,
+                              Vela::Ptr<const Vela::Pkt>(Vela::pktManager().newPkt(frame.bytes())));
+    root().receivedRequestTrapV4()->lastTrappedMessageIs(waiting);
+    ASSERT_EQ(root().reinjectMessageQueue()->messageFront(), waiting);
+    root().reinjectMessageQueue()->queueLimitCurrentIs(60);
+    // Before anybody has a turn.
+    state().evpnStatus->mplsConfiguredIs(false);
+    state().evpnStatus->mplsConfiguredIs(true);
+    EXPECT_EQ(root().reinjectMessageQueue()->messages(), 0u);
+    EXPECT_EQ(root().reinjectMessageQueue()->queueLimitCurrent(), 500u);
+    EXPECT_FALSE(root().receivedRequestTrapV4()->lastTrappedMessage());
+    runUntilIdle();
+    EXPECT_EQ(ports.written(arpinject).size(), 0u);
+    EXPECT_EQ(root().localRequestRecord()->entries(), 0u);
+    countersMoved();
+    trap(frame); // and the next one goes its way
+    EXPECT_EQ(ports.written(arpinject), std::vector<Testing::Frame>{frame.bytes()});
+    EXPECT_EQ(countersMoved(), (Moved{{Id::trapArpRequest, 1},
+                                      {Id::sentToRemoteTeps, 1},
+                                      {Id::bindingCreated, 1},
+                                      {Id::reinjectWritten, 1}}));
+}
+
 } // namespace
 
 } // namespace ArpSuppression

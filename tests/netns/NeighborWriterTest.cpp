@@ -1,5 +1,6 @@
 // The input configuration in the neighbour tables of the real kernel, and back.
 
+#include "ArpSuppression/ArpSuppressionAgent.h"
 #include "Linux/KernelSwitch.h"
 #include "Testing/ChildProcess.h"
 #include "Testing/NamedNetNs.h"
@@ -221,6 +222,48 @@ TEST_F(NeighborWriterTest, whatAnEarlierRunLeftIsReadBackBeforeTheTablesAreCompl
     EXPECT_NE(held("10.0.0.5"), "");
     EXPECT_EQ(count(Counter::added) + count(Counter::replaced), 0u);
     EXPECT_EQ(count(Counter::removed), 1u);
+}
+
+/// An agent comes where an earlier one has left entries, and is not to run.
+class WithdrawnAtTheStartTest : public NeighborWriterTest {
+  protected:
+    WithdrawnAtTheStartTest() {
+        start();
+        permanentIs("10.0.0.2", 2);
+        vrf()->afEntryPermanentIs(key("2001:db8::2", ""), EthAddr(mac(2)), own);
+        vrf("red")->afEntryPermanentIs(key("10.0.0.2", "Vlan30"), EthAddr(mac(3)), own);
+        EXPECT_TRUE(settled());
+        stop();
+        state().arpInputConfig->vrfDelAll(); // nobody carries this out: as if all had died
+        EXPECT_EQ(held("10.0.0.2"), permanent(2));
+    }
+
+    void expectWithdrawal() {
+        switch_ = Vela::make<Linux::KernelSwitch>(live().scheduler(), state(), configuration_);
+        auto agent = ArpSuppression::arpSuppressionAgentFactory("ArpSuppression");
+        agent->platformIs({live().scheduler(), state().entityManager, false});
+        agent->doInit();
+        EXPECT_TRUE(until([&] { return switch_->complete() && agent->rootSm(); }));
+        EXPECT_TRUE(settled());
+        EXPECT_EQ(count(Counter::readBack), 3u);
+        EXPECT_EQ(count(Counter::removed), 3u);
+        EXPECT_EQ(held("10.0.0.2"), "");
+        EXPECT_EQ(held("2001:db8::2"), "");
+        EXPECT_EQ(held("10.0.0.2", "Vlan30", "red"), "");
+        EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
+        EXPECT_FALSE(state().arpSuppressionStatus->runnable());
+        agent->destroy();
+    }
+};
+
+TEST_F(WithdrawnAtTheStartTest, whereTheEarlierOneDied) {
+    state().arpSuppressionStatus->runnableIs(true);
+    expectWithdrawal();
+}
+
+TEST_F(WithdrawnAtTheStartTest, whereTheEarlierOneWasKilledAtItOrItsStatusIsLost) {
+    ASSERT_FALSE(state().arpSuppressionStatus->runnable());
+    expectWithdrawal();
 }
 
 TEST_F(NeighborWriterTest, aSeedStaysTheKernelsWhateverBecomesOfTheEntry) {

@@ -259,6 +259,16 @@ class EntryTest(NeighbourCase):
         self.assertTrue(monitor.lost(gone))
         self.assertFalse(monitor.lost(self.h24.binding))
 
+    def test_killed_and_switched_off(self):
+        self.agent.start()
+        self.await_owner(self.h24, Owner.AGENT)
+        self.agent.kill()
+        self.assertIs(self.leaf.owner(self.h24), Owner.AGENT)
+        self.agent.configure(mpls=False)
+        self.agent.start()
+        self.await_owner(self.h24, None)
+        self.assertFalse(self.agent.asked_for())
+
     def test_clean_stop_leaves_nothing(self):
         self.start()
         self.await_owner(self.h24, Owner.AGENT)

@@ -89,11 +89,46 @@ void Leaf::publish() {
     state_->evpnStatus->mplsConfiguredIs(true);
 }
 
+/// It may run for a while before all remote bindings are in their table.
 void Leaf::agentIs() {
+    const bool completeLate = dice_.chance(40);
+    const auto late = completeLate ? takeOutRemoteBindings() : RemoteBindings();
+    state_->remoteBindingConfig->completeIs(!completeLate);
     agent_ = ArpSuppression::arpSuppressionAgentFactory("RandomAgent");
     agent_->platformIs({scheduler_, database_, physical_});
     agent_->doInit();
+    if (completeLate) {
+        say_("remote bindings are not complete yet");
+        comeToRest();
+        for (uint32_t things = dice_.chance(50) ? dice_.below(20) : 0; things > 0; --things) {
+            left_.clear(); // what supports an entry may go and come back
+            somethingHappens();
+            turnAFewTimes();
+        }
+        for (const auto& binding : late) {
+            say_("remote binding " + binding.toStrep());
+            state_->remoteBindingConfig->remoteBindingIs(binding);
+        }
+        say_("remote bindings are complete");
+        state_->remoteBindingConfig->completeIs(true);
+    }
     settle();
+}
+
+/// About half of them.
+Leaf::RemoteBindings Leaf::takeOutRemoteBindings() {
+    RemoteBindings taken;
+    const auto& table = state_->remoteBindingConfig->remoteBindingCollection();
+    for (auto binding = table.first(); binding; ++binding) {
+        if (dice_.chance(50)) {
+            taken.push_back(binding.value());
+        }
+    }
+    for (const auto& binding : taken) {
+        say_("remote binding is late " + binding.key.toStrep());
+        state_->remoteBindingConfig->remoteBindingDel(binding.key);
+    }
+    return taken;
 }
 
 // What frames lead to is heard as the machines hear it, right after them.
@@ -118,6 +153,26 @@ void Leaf::unwatch() {
 // What happens
 
 void Leaf::step() {
+    if (!agent_->rootSm()->root() && dice_.chance(10)) {
+        suppression(); // most of the time it runs
+        return;
+    }
+    somethingHappens();
+    if (dice_.below(settleEvery_) == 0) {
+        settle();
+    } else if (dice_.chance(50)) {
+        turnAFewTimes();
+    }
+}
+
+/// What comes next falls into the middle of what this leads to.
+void Leaf::turnAFewTimes() {
+    for (uint32_t turns = dice_.below(12); turns > 0; --turns) {
+        scheduler_->turn(Vela::MonotonicTime(0));
+    }
+}
+
+void Leaf::somethingHappens() {
     struct Kind {
         uint32_t weight;
         void (Leaf::*happens)();
@@ -146,24 +201,12 @@ void Leaf::step() {
     for (const Kind& kind : kinds) {
         sum += kind.weight;
     }
-    if (!agent_->rootSm()->root() && dice_.chance(10)) {
-        suppression(); // most of the time it runs
-        return;
-    }
     uint32_t thrown = dice_.below(sum);
     const Kind* kind = kinds;
     while (thrown >= kind->weight) {
         thrown -= (kind++)->weight;
     }
     (this->*kind->happens)();
-    if (dice_.below(settleEvery_) == 0) {
-        settle();
-    } else if (dice_.chance(50)) {
-        // The next step falls into the middle of what this one leads to.
-        for (uint32_t turns = dice_.below(12); turns > 0; --turns) {
-            scheduler_->turn(Vela::MonotonicTime(0));
-        }
-    }
 }
 
 EthAddr Leaf::mac() {
@@ -467,7 +510,8 @@ void Leaf::suppression() {
 }
 
 /// The agent ends without a chance to withdraw anything, and another one starts: what was published
-/// stands in the image, and permanent entries in the kernel, from which they are read back.
+/// stands in the image, and permanent entries in the kernel, from which they are read back. If the
+/// other one is not to run, it only withdraws all of that.
 void Leaf::death() {
     say_("the agent dies and starts again");
     const Model::Past past = seen();
@@ -495,6 +539,10 @@ void Leaf::death() {
     ++changes_;
     restarted_ = true;
     wasSelective_ = state_->l2VpnConfig->selectiveArpInstall();
+    if (dice_.chance(30)) {
+        say_("EVPN is switched off meanwhile");
+        state_->evpnStatus->mplsConfiguredIs(false);
+    }
     const auto watches = watchLeft();
     agentIs();
     left_.clear();

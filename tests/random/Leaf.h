@@ -67,8 +67,11 @@ class Leaf {
     uint64_t digest() const { return digest_; }
 
   private:
+    using RemoteBindings = std::vector<ArpSuppression::RemoteBinding>;
+
     void publish();
     void agentIs();
+    RemoteBindings takeOutRemoteBindings();
     void watch();
     void unwatch();
     ArpSuppression::ArpSuppressionRoot& root() { return *agent_->rootSm()->root(); }
@@ -76,6 +79,8 @@ class Leaf {
 
     // What happens
 
+    void somethingHappens();
+    void turnAFewTimes();
     void remoteBinding();
     void remoteBindingGoes();
     void fdb();
@@ -108,6 +113,7 @@ class Leaf {
 
     // What is checked
 
+    void comeToRest();
     Model::Past seen() const;
     void followPast();
     void checkRunning(bool exact);

@@ -138,10 +138,14 @@ uint64_t digestOf(const Model::Past& past, uint64_t slices, uint64_t before) {
 
 } // namespace
 
-void Leaf::settle() {
+void Leaf::comeToRest() {
     for (unsigned turns = 0; scheduler_->turn(Vela::MonotonicTime(0)); ++turns) {
         must(turns < 100'000, "the agent does not come to rest");
     }
+}
+
+void Leaf::settle() {
+    comeToRest();
     ++settled_;
     const auto replies = ports_.sent(100);
     replies_ = replies.size();
