@@ -216,6 +216,23 @@ TEST_F(MessageReinjectSmTest, aMessageThatComesDuringAWalkLeavesWithIt) {
     EXPECT_EQ(lines.count("traceEvent=finished\n"), 1u);
 }
 
+TEST_F(MessageReinjectSmTest, aDeviceThatGoesBetweenSlicesTakesTheRestAlong) {
+    deviceIs("arpinject", arpinject);
+    sm = Vela::make<SlowReinjectSm>(scheduler(), vlanL3InfoStatus, queue, counterStatus, clock());
+    runUntilIdle();
+    enqueue(1, 3);
+    while (queue->messages() == 3) {
+        ASSERT_TRUE(turn());
+    }
+    ASSERT_EQ(queue->messages(), 2u);
+    deviceIs("arpinject", 0);
+    runUntilIdle();
+    EXPECT_EQ(queue->messages(), 0u);
+    EXPECT_EQ(ports.written(arpinject), requests(1, 1));
+    EXPECT_EQ(countersMoved(), (Moved{{Id::reinjectWritten, 1}}));
+    EXPECT_FALSE(sm->walkScheduled());
+}
+
 TEST_F(MessageReinjectSmTest, aWalkWithTimeLeftDoesNotYield) {
     deviceIs("arpinject", arpinject);
     makeMimic();

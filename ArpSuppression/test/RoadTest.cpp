@@ -2,6 +2,7 @@
 #include "ArpSuppression/test/RoadFixture.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 namespace ArpSuppression {
 
@@ -160,6 +161,31 @@ TEST_F(RoadTest, withoutTheDefaultVrfEverySocketIsClosedUntilItIsBack) {
     frame.targetIp = Zinc::IpGenAddr("10.0.0.3");
     trap(frame);
     EXPECT_EQ(ports.written(arpinject), std::vector<Testing::Frame>{frame.bytes()});
+}
+
+TEST_F(RoadTest, aStopForgetsTheRequestsThatWait) {
+    startRoad();
+    // The least room that the kernel grants.
+    int bytes = 0;
+    ASSERT_EQ(setsockopt(rootSm().messageReinjectSm()->fileDescriptor()->descriptor(), SOL_SOCKET,
+                         SO_SNDBUF, &bytes, sizeof bytes),
+              0);
+    constexpr size_t requests = 20;
+    for (size_t i = 0; i < requests; ++i) {
+        ports.inject(arpsnoop, TrapFrame{}.bytes());
+    }
+    runUntilIdle();
+    EXPECT_EQ(countersMoved()[Id::sentToRemoteTeps], requests);
+    ASSERT_GT(root().reinjectMessageQueue()->messages(), 0u);
+    size_t written = requests - root().reinjectMessageQueue()->messages() - 1; // one was lost
+    stop();
+    EXPECT_EQ(ports.written(arpinject).size(), written);
+    state().evpnStatus->mplsConfiguredIs(true);
+    runUntilIdle();
+    EXPECT_EQ(root().reinjectMessageQueue()->messages(), 0u);
+    EXPECT_TRUE(ports.written(arpinject).empty());
+    trap({});
+    EXPECT_EQ(ports.written(arpinject).size(), 1u);
 }
 
 } // namespace
