@@ -38,11 +38,19 @@ MessageReinjectSmBase::MessageReinjectSmBase(
 
 void MessageReinjectSmBase::handleInitialized() {
     queueReaction_ = reinjectMessageQueue_->messageNotifier().react(this, [this] {
-        if (!walkScheduled()) {
+        // A full socket would refuse the oldest message, which then is lost.
+        bool full = fileDescriptor() && !fileDescriptor()->writable();
+        if (!full && !walkScheduled()) {
             scheduleWalk();
         }
     });
     MessageTapSocketSm::handleInitialized();
+}
+
+/// What waits for a full socket leaves through the one that takes its place at once, or is dropped:
+/// a device that comes later is not to flood what was asked long ago.
+void MessageReinjectSmBase::handleSocketClosed() noexcept {
+    scheduleWalk();
 }
 
 void MessageReinjectSmBase::dumpState(Vela::DumpContext& context, int indent) const {

@@ -13,8 +13,8 @@
 namespace ArpSuppression {
 
 /// Writes the requests that wait in the queue back to the forwarding plane, which floods them to
-/// the remote tunnel end points. A request leaves as soon as the socket takes it. While there is no
-/// socket requests are dropped.
+/// the remote tunnel end points. A request leaves as soon as the socket takes it; while that is
+/// full requests wait in the queue. While there is no socket they are dropped.
 class MessageReinjectSmBase : public MessageTapSocketSm {
   public:
     void dumpState(Vela::DumpContext& context, int indent) const override;
@@ -31,6 +31,7 @@ class MessageReinjectSmBase : public MessageTapSocketSm {
     virtual int32_t processMessage(const TrappedMessage& message) = 0;
 
     void handleInitialized() override;
+    void handleSocketClosed() noexcept override;
     bool walkStartedNotification() override { return true; }
     Vela::WalkRet walk() override;
 

@@ -99,6 +99,21 @@ class MessageReinjectSmTest : public TapFixture {
         ASSERT_EQ(setsockopt(sock(), SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes), 0);
     }
     static Frame tooLong() { return trapFrame(10, 11, 0x0806, Frame(9000)); }
+    /// Writes requests until the socket takes no more, and returns how many it took; the one after
+    /// those is lost, and those up to number 200 wait.
+    unsigned fillSocket() {
+        sendBufferIsSmall();
+        queue->queueLimitCurrentIs(500);
+        enqueue(1, 200);
+        runUntilIdle();
+        auto taken = static_cast<unsigned>(countersMoved()[Id::reinjectWritten]);
+        EXPECT_GT(taken, 0u);
+        EXPECT_LT(taken, 199u);
+        EXPECT_FALSE(sm->fileDescriptor()->writable());
+        EXPECT_EQ(queue->messages(), 199 - taken);
+        queue->queueLimitCurrentIs(500);
+        return taken;
+    }
 
     const Vela::Ptr<Evpn::EvpnStatus> evpnStatus = Vela::make<Evpn::EvpnStatus>();
     const Vela::Ptr<Evpn::MplsConfig> evpnMplsConfig = Vela::make<Evpn::MplsConfig>();
@@ -201,6 +216,23 @@ TEST_F(MessageReinjectSmTest, aMessageThatComesDuringAWalkLeavesWithIt) {
     EXPECT_EQ(lines.count("traceEvent=finished\n"), 1u);
 }
 
+TEST_F(MessageReinjectSmTest, aDeviceThatGoesBetweenSlicesTakesTheRestAlong) {
+    deviceIs("arpinject", arpinject);
+    sm = Vela::make<SlowReinjectSm>(scheduler(), vlanL3InfoStatus, queue, counterStatus, clock());
+    runUntilIdle();
+    enqueue(1, 3);
+    while (queue->messages() == 3) {
+        ASSERT_TRUE(turn());
+    }
+    ASSERT_EQ(queue->messages(), 2u);
+    deviceIs("arpinject", 0);
+    runUntilIdle();
+    EXPECT_EQ(queue->messages(), 0u);
+    EXPECT_EQ(ports.written(arpinject), requests(1, 1));
+    EXPECT_EQ(countersMoved(), (Moved{{Id::reinjectWritten, 1}}));
+    EXPECT_FALSE(sm->walkScheduled());
+}
+
 TEST_F(MessageReinjectSmTest, aWalkWithTimeLeftDoesNotYield) {
     deviceIs("arpinject", arpinject);
     makeMimic();
@@ -294,6 +326,49 @@ TEST_F(MessageReinjectSmTest, afterAFullSocketTheRestWaitsUntilItIsWritable) {
     auto next = ports.written(arpinject);
     ASSERT_FALSE(next.empty());
     EXPECT_EQ(next[0], request(left + 2)); // one was dropped
+}
+
+TEST_F(MessageReinjectSmTest, whatComesWhileTheSocketIsFullWaitsToo) {
+    deviceIs("arpinject", arpinject);
+    makeMimic();
+    unsigned taken = fillSocket();
+    TraceCapture lines("ArpSuppression=8");
+    enqueue(201, 203);
+    EXPECT_EQ(runUntilIdle(), 0u);
+    EXPECT_EQ(queue->messages(), 202 - taken);
+    EXPECT_EQ(countersMoved(), Moved());
+    EXPECT_FALSE(lines.contains("write failed")) << lines.text();
+
+    EXPECT_EQ(ports.written(arpinject), requests(1, taken));
+    runUntilIdle();
+    auto next = ports.written(arpinject);
+    ASSERT_FALSE(next.empty());
+    EXPECT_EQ(next[0], request(taken + 2));
+}
+
+TEST_F(MessageReinjectSmTest, whatWaitsForASocketThatClosesIsDropped) {
+    deviceIs("arpinject", arpinject);
+    makeMimic();
+    fillSocket();
+    deviceIs("arpinject", 0);
+    runUntilIdle();
+    EXPECT_EQ(queue->messages(), 0u);
+    deviceIs("arpinject", 202);
+    runUntilIdle();
+    EXPECT_TRUE(ports.written(202).empty());
+    EXPECT_EQ(countersMoved(), Moved());
+    EXPECT_FALSE(sm->walkScheduled());
+}
+
+TEST_F(MessageReinjectSmTest, whatWaitsLeavesThroughADeviceThatTakesThePlaceAtOnce) {
+    deviceIs("arpinject", arpinject);
+    makeMimic();
+    unsigned taken = fillSocket();
+    deviceIs("arpinject", 202);
+    runUntilIdle();
+    auto next = ports.written(202);
+    ASSERT_FALSE(next.empty());
+    EXPECT_EQ(next[0], request(taken + 2));
 }
 
 TEST_F(MessageReinjectSmTest, aDeviceThatIsGoneDropsWhatComesUntilItIsBack) {
@@ -531,6 +606,17 @@ TEST_F(MessageReinjectSmPhysicalTest, aVlanWithoutAnMplsLabelIsCountedAndTheWalk
             "no IMET label message=" + message(request(vlan), vlan)->toStrep() + "\n"))
             << lines.text();
     }
+}
+
+TEST_F(MessageReinjectSmPhysicalTest, theLabelIsTheOneAtTheTimeOfTheWrite) {
+    unsigned taken = fillSocket();
+    evpnStatus->imetLabelDel(VlanId(10)); // while they wait
+    EXPECT_EQ(ports.written(fabric).size(), taken);
+    runUntilIdle();
+    EXPECT_TRUE(ports.written(fabric).empty());
+    EXPECT_EQ(queue->messages(), 0u);
+    EXPECT_EQ(countersMoved(),
+              (Moved{{Id::reinjectNoImetLabel, 199 - taken}, {Id::reinjectWritten, 199 - taken}}));
 }
 
 TEST_F(MessageReinjectSmPhysicalTest, aFrameThatDoesNotFitTheSocketIsAFailedWrite) {

@@ -1,6 +1,8 @@
+#include "ArpSuppression/test/MessageTrapSmFixture.h"
 #include "ArpSuppression/test/RoadFixture.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 namespace ArpSuppression {
 
@@ -92,6 +94,126 @@ TEST_F(RoadTest, whatWaitsToGoOutEndsWithAStop) {
                                       {Id::sentToRemoteTeps, 1},
                                       {Id::bindingCreated, 1},
                                       {Id::reinjectWritten, 1}}));
+}
+
+TEST_F(RoadTest, aProbeAndAnAnnouncementGoOnWhateverIsKnown) {
+    startRoad();
+    remoteBindingIs("10.0.0.2", "02:00:00:00:00:02");
+    neighborIs("10.0.0.2", "02:00:00:00:00:0a");
+    fdbIs("02:00:00:00:00:0a", ethernet2, Bridging::EntryType::learnedDynamic);
+    runUntilIdle();
+    for (const char* senderIp : {"0.0.0.0", "10.0.0.2"}) {
+        countersMoved();
+        TrapFrame frame;
+        frame.senderIp = Zinc::IpGenAddr(senderIp);
+        trap(frame);
+        EXPECT_EQ(ports.written(arpinject), std::vector<Testing::Frame>{frame.bytes()});
+        EXPECT_TRUE(ports.sent(fabric).empty());
+        Moved moved = countersMoved();
+        EXPECT_EQ(moved[Id::sentToRemoteTeps], 1u);
+        EXPECT_EQ(moved[Id::reinjectWritten], 1u);
+        EXPECT_FALSE(moved.contains(Id::answeredFromRemoteBinding));
+        EXPECT_FALSE(moved.contains(Id::localTargetNotAnswered));
+    }
+}
+
+TEST_F(RoadTest, aNeighborSolicitationIsOnlyLearntFrom) {
+    startRoad();
+    remoteBindingIs("2001:db8::2", "02:00:00:00:00:02");
+    runUntilIdle();
+    countersMoved();
+    ports.inject(arpsnoop, NdFrame{}.bytes());
+    runUntilIdle();
+    EXPECT_TRUE(ports.sent(fabric).empty());
+    EXPECT_TRUE(ports.written(arpinject).empty());
+    EXPECT_EQ(countersMoved(), (Moved{{Id::trapNeighborSolicitation, 1}, {Id::bindingCreated, 1}}));
+    auto vlan10 = vlanL3InfoStatus().vlanL3Info(Bridging::VlanId(10));
+    auto binding = root().localBindingRecord()->binding(
+        VrfIpAddress::fromVlanL3Info(vlan10, Zinc::IpGenAddr("fe80::1")));
+    ASSERT_TRUE(binding);
+    EXPECT_EQ(binding->vlanIdMacAddress().macAddress(), Zinc::EthAddr("02:00:00:00:00:99"));
+}
+
+TEST_F(RoadTest, aVlanThatEvpnNoLongerServesIsNotSuppressedUntilItIsBack) {
+    startRoad();
+    auto answers = [this] {
+        trap({});
+        return ports.sent(fabric).size();
+    };
+    remoteBindingIs("10.0.0.2", "02:00:00:00:00:02");
+    runUntilIdle();
+    EXPECT_EQ(answers(), 1u);
+    state().remoteBindingConfig->remoteBindingDel(
+        {Bridging::VlanId(10), Zinc::IpGenAddr("10.0.0.2")});
+    state().evpnStatus->vlanToDot1qDel(Bridging::VlanId(10));
+    runUntilIdle();
+    countersMoved();
+    EXPECT_EQ(answers(), 0u);
+    ports.inject(arpsnoop, NdFrame{}.bytes());
+    runUntilIdle();
+    EXPECT_EQ(countersMoved(), (Moved{{Id::trapVlanNotSuppressed, 2}}));
+    EXPECT_TRUE(ports.written(arpinject).empty());
+    state().evpnStatus->vlanToDot1qIs(Bridging::VlanId(10), Bridging::VlanIdOrNone());
+    remoteBindingIs("10.0.0.2", "02:00:00:00:00:02");
+    runUntilIdle();
+    EXPECT_EQ(answers(), 1u);
+}
+
+TEST_F(RoadTest, withoutTheDefaultVrfEverySocketIsClosedUntilItIsBack) {
+    startRoad();
+    remoteBindingIs("10.0.0.2", "02:00:00:00:00:02");
+    runUntilIdle();
+    auto bound = [this] {
+        std::map<uint32_t, unsigned> sockets;
+        for (const auto& binding : ports.bindings()) {
+            ++sockets[binding.ifIndex];
+        }
+        return sockets;
+    };
+    EXPECT_EQ(bound()[arpsnoop], 1u);
+    EXPECT_EQ(bound()[arpinject], 1u);
+    state().vrfIdMap->vrfDel(Vrf::VrfId(0));
+    runUntilIdle();
+    EXPECT_FALSE(bound().contains(arpsnoop));
+    EXPECT_FALSE(bound().contains(arpinject));
+    countersMoved();
+    trap({});
+    EXPECT_EQ(countersMoved(), Moved());
+    state().vrfIdMap->vrfIs(Vrf::VrfId(0), "default");
+    runUntilIdle();
+    EXPECT_EQ(bound()[arpsnoop], 1u);
+    EXPECT_EQ(bound()[arpinject], 1u);
+    TrapFrame frame;
+    trap(frame);
+    EXPECT_EQ(ports.sent(fabric).size(), 1u);
+    frame.targetIp = Zinc::IpGenAddr("10.0.0.3");
+    trap(frame);
+    EXPECT_EQ(ports.written(arpinject), std::vector<Testing::Frame>{frame.bytes()});
+}
+
+TEST_F(RoadTest, aStopForgetsTheRequestsThatWait) {
+    startRoad();
+    // The least room that the kernel grants.
+    int bytes = 0;
+    ASSERT_EQ(setsockopt(rootSm().messageReinjectSm()->fileDescriptor()->descriptor(), SOL_SOCKET,
+                         SO_SNDBUF, &bytes, sizeof bytes),
+              0);
+    constexpr size_t requests = 20;
+    for (size_t i = 0; i < requests; ++i) {
+        ports.inject(arpsnoop, TrapFrame{}.bytes());
+    }
+    runUntilIdle();
+    EXPECT_EQ(countersMoved()[Id::sentToRemoteTeps], requests);
+    ASSERT_GT(root().reinjectMessageQueue()->messages(), 0u);
+    size_t written = requests - root().reinjectMessageQueue()->messages() - 1; // one was lost
+    stop();
+    EXPECT_EQ(ports.written(arpinject).size(), written);
+    state().evpnStatus->mplsConfiguredIs(true);
+    runUntilIdle();
+    EXPECT_EQ(root().reinjectMessageQueue()->messages(), 0u);
+    EXPECT_TRUE(ports.written(arpinject).empty());
+    trap({});
+    EXPECT_EQ(ports.written(arpinject).size(), 1u);
 }
 
 } // namespace
