@@ -184,6 +184,28 @@ TEST_F(SuppressionLoopTest, aVlanThatLosesItsBindingsToEvpnSettles) {
     EXPECT_EQ(vrfOf(10), "default");
 }
 
+TEST_F(SuppressionLoopTest, noVlanIsWithdrawnBeforeAllBindingsAreThere) {
+    state().evpnStatus->mplsConfiguredIs(false);
+    state().remoteBindingConfig->completeIs(false);
+    runUntilIdle();
+    state().evpnStatus->mplsConfiguredIs(true);
+    l3 = agent->rootSm()->root()->vlanL3InfoStatus();
+    Testing::routedVlanIs(state(), VlanId(10), 1010);
+    runUntilIdle();
+    ASSERT_TRUE(isActive(10));
+    state().evpnStatus->vlanToDot1qDel(VlanId(10));
+    Testing::routedVlanIs(state(), VlanId(20), 1020);
+    runUntilIdle();
+    EXPECT_TRUE(isActive(10)) << "a binding may be on its way";
+    EXPECT_EQ(vrfOf(10), "default");
+    EXPECT_TRUE(isActive(20));
+    state().remoteBindingConfig->completeIs(true);
+    runUntilIdle();
+    EXPECT_FALSE(isActive(10));
+    EXPECT_EQ(vrfOf(10), "none");
+    EXPECT_TRUE(isActive(20));
+}
+
 TEST_F(SuppressionLoopTest, manyVlansAtOnceSettle) {
     for (unsigned vlan = 1; vlan <= 100; ++vlan) {
         Testing::routedVlanIs(state(), VlanId(vlan), 1000 + vlan);
