@@ -281,18 +281,22 @@ void BindingDiscoverySm::handleVlanL3Info(VlanId vlanId) {
                "( nullptr == v4Sm ) == ( nullptr == v6Sm )");
     bool need = vlanL3Info && !varpVirtualMac.isZero();
     bool have = v4Sm != nullptr;
+    // Where a VLAN moves in one step, its new record stands before it is told that the old one
+    // went.
+    bool ofAnother = need && have && v4Sm->vlanL3Info() != vlanL3Info;
     TRACE(trace, 8, this,
-          (need == have ? "no change"
-           : need       ? "create"
-                        : "delete")
+          (need == have && !ofAnother ? "no change"
+           : need                     ? "create"
+                                      : "delete")
               << " vlanId=" << vlanId << " vlanL3Info=" << vlanL3Info
               << " varpVirtualMac=" << varpVirtualMac << " v4Sm=" << v4Sm << " v6Sm=" << v6Sm);
-    if (need && !have) {
-        varpReplyV4SmIs(vlanId);
-        varpReplyV6SmIs(vlanId);
-    } else if (have && !need) {
+    if (have && (!need || ofAnother)) {
         varpReplyV4SmDel(vlanId);
         varpReplyV6SmDel(vlanId);
+    }
+    if (need && (!have || ofAnother)) {
+        varpReplyV4SmIs(vlanId);
+        varpReplyV6SmIs(vlanId);
     }
 }
 

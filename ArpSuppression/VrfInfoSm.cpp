@@ -75,9 +75,7 @@ void VrfInfoSm::handleInitialized() {
 void VrfInfoSm::handleDestroy() noexcept {
     TRACE(trace, 8, this, "handleDestroy");
     updateVrfInfo(true);
-    for (auto watch = vrfInfo_->interfaceWatchCollection().first(); watch; ++watch) {
-        updateInterfaceWatch(watch.value());
-    }
+    updateInterfaceWatches();
     tables_.reset();
 }
 
@@ -97,6 +95,15 @@ void VrfInfoSm::updateVrfInfo(bool deleting) {
                          "!wasActive || vrfInfo()->netNs() == "
                          "vrfStatusLocal()->networkNamespace()");
         return;
+    }
+    if (nowActive) {
+        // Who looked at a VLAN since the last time has seen that it is not usable, and would not be
+        // told of an index that is the same as before: those the walk has not taken back yet go
+        // now.
+        updateInterfaceWatches();
+        if (destroyed() || !vrfInfo_->netNs().empty()) {
+            return;
+        }
     }
     TRACE(trace, 8, this, "wasActive=" << wasActive << " nowActive=" << nowActive);
     activityRecord.write({vrfInfo_->vrfName(), wasActive, nowActive});
@@ -196,6 +203,12 @@ void VrfInfoSm::updateInterfaceWatch(const Vela::Ptr<VrfInterfaceWatch>& watch) 
     updated->kniIntfIfIndexIs(ifIndex);
     if (auto vlanL3Info = boost::dynamic_pointer_cast<VlanL3Info>(updated)) {
         vlanL3InfoStatus_->vlanUpdated(vlanL3Info);
+    }
+}
+
+void VrfInfoSm::updateInterfaceWatches() {
+    for (auto watch = vrfInfo_->interfaceWatchCollection().first(); watch; ++watch) {
+        updateInterfaceWatch(watch.value());
     }
 }
 

@@ -54,6 +54,7 @@ class VrfInfoSm final : public Vela::WalkSmBase {
     void kniRootIs(Vela::Ptr<const KernelNetInfo::Root> kniRoot);
     void kniRootDel() { kniRootIs(nullptr); }
     void updateInterfaceWatch(const Vela::Ptr<VrfInterfaceWatch>& watch);
+    void updateInterfaceWatches();
     uint32_t ifIndexOf(const std::string& deviceName) const;
 
     const Vela::Ptr<VrfInfo> vrfInfo_;

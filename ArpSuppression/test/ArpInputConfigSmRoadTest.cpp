@@ -87,6 +87,61 @@ TEST_F(ArpInputConfigSmRestartTest, keepsWhatIsSupportedAndRemovesTheRest) {
     EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
 }
 
+/// The same, where the control plane takes its time to publish what it knows.
+class ArpInputConfigSmLateTest : public ArpInputConfigSmRestartTest {
+  protected:
+    void startWithoutBindings() {
+        leftBehind("10.0.0.1");
+        leftBehind("10.0.0.2");
+        leftBehind("10.0.0.1", "Vlan30", "nobody's");
+        state().arpSuppressionStatus->runnableIs(true);
+        state().vrfIdMap->vrfIs(Vrf::VrfId(0), "default");
+        state().tablesCompleteIs();
+        state().remoteBindingConfig->completeIs(false);
+        state().evpnStatus->mplsConfiguredIs(true);
+        start(*agent);
+        Testing::routedVlanIs(state(), Bridging::VlanId(10), 1010);
+        runUntilIdle();
+    }
+};
+
+TEST_F(ArpInputConfigSmLateTest, whatWasLeftStaysUntilAllBindingsAreThere) {
+    startWithoutBindings();
+    const Entries left = entriesOf(*state().arpInputConfig);
+    EXPECT_EQ(left.size(), 3u);
+    EXPECT_TRUE(state().arpSuppressionStatus->vlanIdHas(Bridging::VlanId(10)));
+    remoteBindingIs("10.0.0.2", macA);
+    runUntilIdle();
+    EXPECT_EQ(entriesOf(*state().arpInputConfig), left) << "half of the table may be missing";
+    bool absent = false;
+    auto vrf = state().arpInputConfig->vrf("default");
+    auto reaction = vrf->ipv4EntryCollection().react(nullptr, [&](const Arp::InputConfigKey&) {
+        absent = absent || !vrf->afEntry(key("10.0.0.2", "Vlan10"));
+    });
+    state().remoteBindingConfig->completeIs(true);
+    runUntilIdle();
+    EXPECT_EQ(entriesOf(*state().arpInputConfig),
+              (Entries{{"default 10.0.0.2 Vlan10", permanent(macA)}}));
+    EXPECT_FALSE(absent);
+}
+
+TEST_F(ArpInputConfigSmLateTest, aStopBeforeThatWithdrawsItAndTheNextStartWaitsAnew) {
+    startWithoutBindings();
+    stop();
+    EXPECT_EQ(state().arpInputConfig->vrfs(), 0u);
+    EXPECT_EQ(state().arpSuppressionStatus->vlanIds(), 0u);
+    state().evpnStatus->mplsConfiguredIs(true);
+    remoteBindingIs("10.0.0.2", macA);
+    runUntilIdle();
+    EXPECT_FALSE(root().remoteBindingStatus()->initialPopulationComplete());
+    EXPECT_EQ(entriesOf(*state().arpInputConfig), Entries{});
+    state().remoteBindingConfig->completeIs(true);
+    runUntilIdle();
+    EXPECT_TRUE(root().remoteBindingStatus()->initialPopulationComplete());
+    EXPECT_EQ(entriesOf(*state().arpInputConfig),
+              (Entries{{"default 10.0.0.2 Vlan10", permanent(macA)}}));
+}
+
 // In the agent that runs
 
 class ArpInputConfigSmRoadTest : public BindingDiscoverySmFixture {

@@ -110,6 +110,27 @@ TEST_F(BindingDiscoverySmVarpTest, aVlanThatMovesToAnotherVrfHasANewPair) {
     }
 }
 
+TEST_F(BindingDiscoverySmVarpTest, soHasOneThatMovesInOneStep) {
+    state().vrfIdMap->vrfIs(Vrf::VrfId(7), "red");
+    auto red = state().allVrfStatusLocal->vrfIs("red");
+    red->networkNamespaceIs("default");
+    red->stateIs(Ip::VrfState::active);
+    auto v4Sm = sm().varpReplyV4Sm(VlanId(10));
+    auto v6Sm = sm().varpReplyV6Sm(VlanId(10));
+    state().ipStatus->ipIntfStatusIs(IntfId("Vlan10"), "red");
+    runUntilIdle();
+    ASSERT_EQ(vlanL3InfoStatus().vlanL3Info(VlanId(10))->vrfInfo()->vrfName(), "red");
+    EXPECT_EQ(listening(), Vlans{10});
+    EXPECT_TRUE(v4Sm->destroyed());
+    EXPECT_TRUE(v6Sm->destroyed());
+    EXPECT_EQ(sm().varpReplyV4Sm(VlanId(10))->vlanL3Info(),
+              vlanL3InfoStatus().vlanL3Info(VlanId(10)));
+    EXPECT_EQ(sm().varpReplyV6Sm(VlanId(10))->vlanL3Info(),
+              vlanL3InfoStatus().vlanL3Info(VlanId(10)));
+    EXPECT_TRUE(sm().varpReplyV4Sm(VlanId(10))->arpReplyRxPam());
+    EXPECT_TRUE(sm().varpReplyV6Sm(VlanId(10))->arpReplyRxPam());
+}
+
 TEST_F(BindingDiscoverySmVarpTest, aMachineThatComesLateFindsTheVlans) {
     routedVlanIs(20);
     auto late = machine(state().bridgingConfig, state().fhrpVrMacStatus);

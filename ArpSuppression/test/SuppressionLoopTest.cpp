@@ -142,6 +142,37 @@ TEST_F(SuppressionLoopTest, aVlanOfEvpnThatMovesSettlesWithOneRecord) {
     EXPECT_EQ(told(), Told{});
 }
 
+TEST_F(SuppressionLoopTest, soDoesOneThatMovesInOneStep) {
+    Testing::routedVlanIs(state(), VlanId(10), 1010);
+    told();
+    state().ipStatus->ipIntfStatusIs(IntfId("Vlan10"), "red");
+    EXPECT_EQ(told(), (Told{.active = 1, .record = 2}));
+    EXPECT_EQ(vrfOf(10), "red");
+    EXPECT_FALSE(isActive(10)) << "the VRF has no namespace";
+    state().ipStatus->ipIntfStatusIs(IntfId("Vlan10"), "default");
+    EXPECT_EQ(told(), (Told{.active = 1, .record = 2, .updated = 1}));
+    EXPECT_EQ(vrfOf(10), "default");
+    EXPECT_TRUE(isActive(10));
+    EXPECT_EQ(told(), Told{});
+}
+
+TEST_F(SuppressionLoopTest, aVlanLookedAtWhileItsVrfIsAwayForAMomentBecomesActiveAgain) {
+    auto red = state().allVrfStatusLocal->vrfIs("red");
+    red->networkNamespaceIs("default");
+    red->stateIs(Ip::VrfState::active);
+    Testing::routedVlanIs(state(), VlanId(10), 1010);
+    state().ipStatus->ipIntfStatusIs(IntfId("Vlan10"), "red");
+    told();
+    ASSERT_TRUE(isActive(10));
+    red->stateIs(Ip::VrfState::deleting);
+    state().evpnStatus->vlanToDot1qIs(VlanId(10), Bridging::VlanIdOrNone(VlanId(7)));
+    EXPECT_FALSE(isActive(10));
+    red->stateIs(Ip::VrfState::active); // before any walk has said that it was not
+    told();
+    EXPECT_TRUE(isActive(10));
+    EXPECT_EQ(told(), Told{});
+}
+
 TEST_F(SuppressionLoopTest, aVlanThatLosesItsBindingsToEvpnSettles) {
     Testing::routedVlanIs(state(), VlanId(10), 1010);
     bindingIs();
@@ -151,6 +182,28 @@ TEST_F(SuppressionLoopTest, aVlanThatLosesItsBindingsToEvpnSettles) {
     EXPECT_EQ(told(), Told{}) << "nothing about the VLAN changes";
     EXPECT_TRUE(isActive(10));
     EXPECT_EQ(vrfOf(10), "default");
+}
+
+TEST_F(SuppressionLoopTest, noVlanIsWithdrawnBeforeAllBindingsAreThere) {
+    state().evpnStatus->mplsConfiguredIs(false);
+    state().remoteBindingConfig->completeIs(false);
+    runUntilIdle();
+    state().evpnStatus->mplsConfiguredIs(true);
+    l3 = agent->rootSm()->root()->vlanL3InfoStatus();
+    Testing::routedVlanIs(state(), VlanId(10), 1010);
+    runUntilIdle();
+    ASSERT_TRUE(isActive(10));
+    state().evpnStatus->vlanToDot1qDel(VlanId(10));
+    Testing::routedVlanIs(state(), VlanId(20), 1020);
+    runUntilIdle();
+    EXPECT_TRUE(isActive(10)) << "a binding may be on its way";
+    EXPECT_EQ(vrfOf(10), "default");
+    EXPECT_TRUE(isActive(20));
+    state().remoteBindingConfig->completeIs(true);
+    runUntilIdle();
+    EXPECT_FALSE(isActive(10));
+    EXPECT_EQ(vrfOf(10), "none");
+    EXPECT_TRUE(isActive(20));
 }
 
 TEST_F(SuppressionLoopTest, manyVlansAtOnceSettle) {

@@ -165,6 +165,21 @@ TEST_F(VrfInfoSmTest, stateOrIdLostEndsIt) {
     }
 }
 
+TEST_F(VrfInfoSmTest, oneThatIsBackBeforeItsWalkTakesItsIndexesBackFirst) {
+    auto vlan10 = vlanIs(10);
+    deviceIs("Vlan10", 1010);
+    activeSmIs();
+    local->stateIs(Ip::VrfState::deleting);
+    EXPECT_EQ(updated, Vlans{});
+    local->stateIs(Ip::VrfState::active);
+    EXPECT_EQ(vlan10->kniIntfIfIndex(), 0u);
+    EXPECT_EQ(updated, Vlans{10});
+    runUntilIdle();
+    EXPECT_EQ(vlan10->kniIntfIfIndex(), 1010u);
+    EXPECT_EQ(updated, (Vlans{10, 10}));
+    EXPECT_TRUE(vlan10->usable());
+}
+
 TEST_F(VrfInfoSmTest, anActiveVrfMountsItsTableAndAnInactiveOneDoesNot) {
     auto tables = [&] {
         Vela::DumpContext dump;

@@ -223,8 +223,10 @@ EthAddr Leaf::mac() {
 }
 
 void Leaf::remoteBinding() {
-    ArpSuppression::RemoteBinding binding{
-        {vlan(), ip()}, dice_.chance(3) ? EthAddr() : mac(), dice_.chance(10), dice_.chance(30)};
+    ArpSuppression::RemoteBinding binding{{boundVlan(), ip()},
+                                          dice_.chance(3) ? EthAddr() : mac(),
+                                          dice_.chance(10),
+                                          dice_.chance(30)};
     say_("remote binding " + binding.toStrep());
     if (state_->remoteBindingConfig->remoteBindingCollection().find(binding.key) != binding) {
         ++changes_;
@@ -234,7 +236,7 @@ void Leaf::remoteBinding() {
 }
 
 void Leaf::remoteBindingGoes() {
-    ArpSuppression::RemoteBindingKey key{vlan(), ip()};
+    ArpSuppression::RemoteBindingKey key{boundVlan(), ip()};
     say_("remote binding goes " + key.toStrep());
     if (state_->remoteBindingConfig->remoteBindingDel(key)) {
         ++changes_;

@@ -108,6 +108,11 @@ class Leaf {
     // What is chosen from
 
     Bridging::VlanId vlan() { return Bridging::VlanId(dice_.oneOf(vlans_)); }
+    /// All but one, on which suppression comes and goes with the routed interface alone.
+    Bridging::VlanId boundVlan() {
+        auto thrown = vlan();
+        return thrown.value() == 40 ? Bridging::VlanId(10) : thrown;
+    }
     Zinc::IpGenAddr ip() { return Zinc::IpGenAddr(dice_.oneOf(ips_)); }
     Zinc::EthAddr mac();
 
@@ -118,6 +123,7 @@ class Leaf {
     void followPast();
     void checkRunning(bool exact);
     void checkVlans();
+    void checkListeners();
     void checkVrfUsers(const ArpSuppression::VrfUseTracker& tracker,
                        const std::map<std::string, uint32_t>& uses);
     void checkRemote();

@@ -308,6 +308,35 @@ void Leaf::checkVlans() {
              usable ? " is usable" : " is not usable");
     }
     same("VRFs of VLANs", model_->present().vlanVrfs, vrfs);
+    checkListeners();
+}
+
+/// A pair for each VLAN with L3 information, while there is a virtual router; they receive where
+/// the VLAN is usable.
+void Leaf::checkListeners() {
+    const auto& discovery = *rootSm().bindingDiscoverySm();
+    const auto listening = [&](const auto& collection) {
+        std::set<VlanId> vlans;
+        for (auto listener = collection.first(); listener; ++listener) {
+            const VlanId vlanId = listener.key();
+            const auto& vlanL3Info = listener.value()->vlanL3Info();
+            must(root().vlanL3InfoStatus()->vlanL3Info(vlanId) == vlanL3Info, "VLAN ", vlanId,
+                 " has the listener of another record");
+            const bool receives = listener.value()->arpReplyRxPam() != nullptr;
+            must(receives == vlanL3Info->usable(), "the listener of VLAN ", vlanId,
+                 receives ? " receives" : " does not receive");
+            vlans.insert(vlanId);
+        }
+        return vlans;
+    };
+    std::set<VlanId> wanted;
+    if (!state_->fhrpVrMacStatus->varpVirtualMac().isZero()) {
+        for (const auto& [vlanId, vrf] : model_->present().vlanVrfs) {
+            wanted.insert(vlanId);
+        }
+    }
+    same("VLANs listened to for ARP", wanted, listening(discovery.varpReplyV4SmCollection()));
+    same("VLANs listened to for IPv6", wanted, listening(discovery.varpReplyV6SmCollection()));
 }
 
 /// As many uses as the tracker has bindings in each VRF, and a registered user for each VRF used.
