@@ -103,6 +103,7 @@ class ArpInputConfigSm final : public Vela::WalkSmBase {
     void handleArpStatus(const Arp::Table::ArpKey& key);
     void handleVrfInfo(const L3::VrfName& vrfName);
 
+    // In ArpInputConfigSmWalks.cpp.
     Vela::WalkRet localBindingRecordWalk();
     Vela::WalkRet remoteBindingStatusWalk();
     Vela::WalkRet arpInputConfigWalk();

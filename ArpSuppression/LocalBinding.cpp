@@ -4,6 +4,7 @@
 #include "Platform/Base/Assert.h"
 #include "Platform/Base/Errors.h"
 #include "Platform/State/DumpContext.h"
+#include "Platform/Trace/SwiftlogType.h"
 
 #include <utility>
 
@@ -14,6 +15,31 @@ namespace {
 // What a hundred thousand exist of.
 static_assert(sizeof(LocalBinding) == 56);
 static_assert(sizeof(LocalMacToIp) == 40);
+
+struct BindingRecord {
+    Vela::SwiftlogText<7> change;
+    Vela::SwiftlogText<100> vrfName;
+    Zinc::IpGenAddr ipAddress;
+    uint16_t vlanId;
+    Zinc::EthAddr macAddress;
+};
+const Vela::SwiftlogType<BindingRecord> bindingRecord{
+    "ArpSuppression/LocalBinding",
+    "localBinding",
+    5,
+    {{"change=", &BindingRecord::change},
+     {" vrfName=", &BindingRecord::vrfName},
+     {" ipAddress=", &BindingRecord::ipAddress},
+     {" vlanId=", &BindingRecord::vlanId},
+     {" macAddress=", &BindingRecord::macAddress}}};
+
+/// A binding that moves is deleted and created.
+void record(const char* change, const LocalBinding& binding) {
+    const VrfIpAddress& address = binding.vrfIpAddress();
+    const VlanIdMacAddress& host = binding.vlanIdMacAddress();
+    bindingRecord.write({change, address.vrfInfo() ? address.vrfInfo()->vrfName() : "",
+                         address.ipAddress(), host.vlanId().value(), host.macAddress()});
+}
 
 } // namespace
 
@@ -86,6 +112,7 @@ LocalBindingRecord::createLocalBinding(const VrfIpAddress& vrfIpAddress,
         deleteLocalBinding(existingBinding);
     }
     Vela::Ptr<LocalBinding> created = bindingIs(address, host);
+    record("created", *created);
     macToIpIs(host)->bindingIs(created);
     return created;
 }
@@ -96,6 +123,7 @@ void LocalBindingRecord::deleteLocalBinding(const Vela::Ptr<LocalBinding>& bindi
     const VrfIpAddress& vrfIpAddress = given->vrfIpAddress();
     Vela::Ptr<LocalBinding> deleted = bindingDel(vrfIpAddress);
     Vela::assertThat(deleted == given, "deletedBinding == _binding");
+    record("deleted", *given);
     Vela::Ptr<LocalMacToIp> macToIp = macToIp_.value(given->vlanIdMacAddress());
     Vela::assertThat(nullptr != macToIp, "nullptr != _macToIp");
     deleted = macToIp->bindingDel(vrfIpAddress);

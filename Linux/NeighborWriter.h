@@ -127,6 +127,12 @@ class NeighborWriter final : public Vela::WalkSmBase {
         bool ofEntries() const { return entries || placeless || forgive; }
     };
 
+    static constexpr auto tag = Arp::ArpSource::arpSuppression;
+    static NeighborOutcome outcomeOf(const Entry& entry);
+    static bool isTagged(const Arp::Table::ArpEntry& entry);
+    /// How an address is named that may be looked for under its interface or without one.
+    static bool isPlaceless(const Zinc::IpGenAddr& address);
+
     uint32_t vrfNumber(const L3::VrfName& vrfName);
     void followVrf(const L3::VrfName& vrfName);
     void noteChange(const Vrf& vrf, const Arp::InputConfigKey& key);
@@ -151,6 +157,7 @@ class NeighborWriter final : public Vela::WalkSmBase {
     void handleDone(const Work& work, Verb verb);
     void handleError(const Work& work, int error);
 
+    // In NeighborWriterWalks.cpp.
     Vela::WalkRet readBack();
     void readBack(const Arp::Table::ArpEntry& entry);
     bool startWalk();

@@ -2,7 +2,10 @@
 
 #include "Platform/Base/Errors.h"
 #include "Platform/State/DumpContext.h"
+#include "Platform/Trace/Swiftlog.h"
+#include "Platform/Trace/SwiftlogReader.h"
 #include "Testing/CoreFixture.h"
+#include "Testing/TemporaryDirectory.h"
 #include "Testing/TraceCapture.h"
 
 #include <csignal>
@@ -234,6 +237,33 @@ TEST_F(LocalBindingRecordTest, StartsEmpty) {
     EXPECT_FALSE(record->bindingHas(address("10.0.0.1")));
     EXPECT_FALSE(record->macToIp(a_));
     EXPECT_FALSE(record->macToIpHas(a_));
+}
+
+TEST_F(LocalBindingRecordTest, RecordsItsChangesInTheRingBufferFile) {
+    Testing::TemporaryDirectory logs;
+    Vela::Swiftlog::defaultDirectoryIs(logs.path());
+    Vela::SwiftlogConfig swiftlog;
+    swiftlog.fileName = "Bindings.sl";
+    Vela::Swiftlog::initialize(swiftlog);
+    record_->createLocalBinding(address("10.0.0.1"), a_);
+    record_->createLocalBinding(address("10.0.0.1"), b_); // it moves
+    record_->deleteLocalBinding(record_->binding(address("10.0.0.1")));
+    Vela::SwiftlogReader reader(Vela::Swiftlog::fileName());
+    EXPECT_TRUE(reader.problems().empty());
+    std::vector<std::string> texts;
+    for (const auto& entry : reader.records()) {
+        EXPECT_EQ(entry.type->unit, "ArpSuppression/LocalBinding");
+        EXPECT_EQ(entry.type->title, "localBinding");
+        texts.push_back(entry.text());
+    }
+    const std::string binding = " vrfName=red ipAddress=10.0.0.1 vlanId=10 macAddress=";
+    EXPECT_EQ(texts, (std::vector<std::string>{
+                         "change=created" + binding + "02:00:00:00:00:0a",
+                         "change=deleted" + binding + "02:00:00:00:00:0a",
+                         "change=created" + binding + "02:00:00:00:00:0b",
+                         "change=deleted" + binding + "02:00:00:00:00:0b",
+                     }));
+    Vela::Swiftlog::close();
 }
 
 TEST_F(LocalBindingRecordTest, HasABindingByAddressAndByHost) {
