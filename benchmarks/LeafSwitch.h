@@ -4,6 +4,7 @@
 #include "Platform/Agent/SwitchState.h"
 #include "Testing/SwitchDevices.h"
 #include "Testing/TrapFrame.h"
+#include "benchmarks/TableBytes.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -11,7 +12,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -66,17 +66,7 @@ class LeafSwitch {
                    ArpSuppression::ArpInputConfigSm::WalkStage::walkComplete;
     }
 
-    /// What the tables' files take of the tmpfs.
-    double tableBytes() const {
-        double bytes = 0;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_)) {
-            struct stat info {};
-            if (stat(entry.path().c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-                bytes += static_cast<double>(info.st_blocks) * 512;
-            }
-        }
-        return bytes;
-    }
+    double tableBytes() const { return Benchmarks::tableBytes(directory_); }
 
     const Vela::Ptr<Vela::TaskScheduler>& scheduler() { return scheduler_; }
 

@@ -4,6 +4,7 @@
 
 #include "ArpSuppression/RemoteBindingStatusSm.h"
 #include "Platform/Agent/SwitchState.h"
+#include "benchmarks/TableBytes.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <malloc.h>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -108,17 +108,7 @@ class RemoteHosts {
         return turns;
     }
 
-    /// What the tables' files take of the tmpfs.
-    double tableBytes() const {
-        double bytes = 0;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_)) {
-            struct stat info {};
-            if (stat(entry.path().c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-                bytes += static_cast<double>(info.st_blocks) * 512;
-            }
-        }
-        return bytes;
-    }
+    double tableBytes() const { return Benchmarks::tableBytes(directory_); }
 
   private:
     static constexpr const char* configPath = "arpSuppression/remoteBindingConfig/evpn";
