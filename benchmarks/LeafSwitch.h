@@ -43,6 +43,11 @@ class LeafSwitch {
         std::filesystem::remove_all(directory_);
     }
 
+    /// Where a process has its tables; one that is killed leaves them there.
+    static std::string directoryOf(pid_t process) {
+        return "/dev/shm/roadBench-" + std::to_string(process);
+    }
+
     std::vector<uint8_t> requestFor(uint32_t host) const {
         Testing::TrapFrame frame;
         frame.targetIp = ipOf(host);
@@ -103,7 +108,7 @@ class LeafSwitch {
     }
 
     const uint32_t hosts_;
-    const std::string directory_ = "/dev/shm/roadBench-" + std::to_string(getpid());
+    const std::string directory_ = directoryOf(getpid());
     Vela::SystemClock clock_;
     Vela::Ptr<Vela::TaskScheduler> scheduler_;
     Vela::Ptr<Quarry::TableService> tables_;

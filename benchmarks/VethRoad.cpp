@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
@@ -190,6 +191,7 @@ Result measure(void (*program)()) {
     result.p99 = latencies[latencies.size() * 99 / 100];
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
+    std::filesystem::remove_all(Benchmarks::LeafSwitch::directoryOf(child));
     return result;
 }
 
