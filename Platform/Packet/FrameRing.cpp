@@ -60,17 +60,20 @@ bool FrameRing::ready() const {
 }
 
 std::optional<FrameRing::Frame> FrameRing::next() {
-    if (!ready()) {
-        return std::nullopt;
+    while (ready()) {
+        tpacket2_hdr* slot = header();
+        const bool queued = slot->tp_status & TP_STATUS_COPY;
+        const bool cut = slot->tp_snaplen < slot->tp_len;
+        const size_t start = std::min<size_t>(slot->tp_mac, slotBytes);
+        const size_t length = std::min<size_t>(slot->tp_snaplen, slotBytes - start);
+        std::copy_n(memory_ + slot_ * slotBytes + start, length, frame_.begin());
+        __atomic_store_n(&slot->tp_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+        slot_ = (slot_ + 1) % slots;
+        if (queued || !cut) {
+            return Frame{std::span(frame_).first(length), queued};
+        }
     }
-    tpacket2_hdr* slot = header();
-    const bool queued = slot->tp_status & TP_STATUS_COPY;
-    const size_t start = std::min<size_t>(slot->tp_mac, slotBytes);
-    const size_t length = std::min<size_t>(slot->tp_snaplen, slotBytes - start);
-    std::copy_n(memory_ + slot_ * slotBytes + start, length, frame_.begin());
-    __atomic_store_n(&slot->tp_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
-    slot_ = (slot_ + 1) % slots;
-    return Frame{std::span(frame_).first(length), queued};
+    return std::nullopt;
 }
 
 } // namespace Vela

@@ -13,7 +13,8 @@ namespace Vela {
 /// Memory that the kernel shares with a packet socket (packet_mmap, TPACKET_V2): it puts each frame
 /// into the next slot as it arrives, and no system call takes it out. A frame too long for its slot
 /// stands in the socket's queue whole, and its slot says so. While there are no free slots the
-/// kernel drops what arrives, as it does when a socket's queue is full.
+/// kernel drops what arrives. A long frame that the queue has no room for is dropped here: nobody
+/// is given a part of one.
 class FrameRing {
   public:
     static constexpr size_t slots = 8192;

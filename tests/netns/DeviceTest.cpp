@@ -1,6 +1,7 @@
 // What the kernel does to devices and sockets under the agent.
 
 #include "Platform/Packet/PacketSockets.h"
+#include "tests/netns/Kernel.h"
 #include "tests/netns/NetnsFixture.h"
 
 #include <cerrno>
@@ -57,6 +58,7 @@ class NetnsDeviceTest : public NetnsFixture {
 TEST_F(NetnsDeviceTest, aDeviceThatGoesClosesItsSocketsAndOneThatComesOpensNewOnes) {
     start(Hardware::physical);
     expectTraffic("fabric", "fabric");
+    EXPECT_EQ(packetRings(), 1u) << "that of the trap";
     uint32_t before = port("fabric").ifIndex();
     int trapSocket = trapSm().fileDescriptor()->descriptor();
     int reinjectSocket = reinjectSm().fileDescriptor()->descriptor();
@@ -66,6 +68,7 @@ TEST_F(NetnsDeviceTest, aDeviceThatGoesClosesItsSocketsAndOneThatComesOpensNewOn
     EXPECT_FALSE(reinjectSm().fileDescriptor());
     EXPECT_FALSE(isOpen(trapSocket));
     EXPECT_FALSE(isOpen(reinjectSocket));
+    EXPECT_EQ(packetRings(), 0u);
     portDel("fabric");
     portIs("fabric");
     ASSERT_NE(port("fabric").ifIndex(), before);
@@ -73,6 +76,7 @@ TEST_F(NetnsDeviceTest, aDeviceThatGoesClosesItsSocketsAndOneThatComesOpensNewOn
     ASSERT_TRUE(trapSm().fileDescriptor());
     ASSERT_TRUE(reinjectSm().fileDescriptor());
     expectTraffic("fabric", "fabric");
+    EXPECT_EQ(packetRings(), 1u);
 }
 
 TEST_F(NetnsDeviceTest, eachDeviceOfASoftwareSwitchComesBackByItself) {

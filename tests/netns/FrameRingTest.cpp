@@ -4,15 +4,14 @@
 #include "Platform/Packet/Headers.h"
 #include "Platform/Packet/PacketSockets.h"
 #include "Testing/VethPort.h"
+#include "tests/netns/Kernel.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
 #include <memory>
-#include <string>
 #include <sys/socket.h>
 
 namespace Netns {
@@ -36,24 +35,13 @@ Frame frame(size_t length, uint32_t number = 0) {
     return bytes;
 }
 
-/// The memory areas of this process that packet sockets share.
-size_t rings() {
-    std::ifstream maps("/proc/self/maps");
-    std::string line;
-    size_t count = 0;
-    while (std::getline(maps, line)) {
-        count += line.find("socket:") != std::string::npos;
-    }
-    return count;
-}
-
 class FrameRingTest : public testing::Test {
   protected:
     FrameRingTest() {
         Testing::enterOwnNetworkNamespace();
         port_ = std::make_unique<VethPort>("arpsnoop");
         openSocket();
-        EXPECT_EQ(rings(), 1u);
+        EXPECT_EQ(packetRings(), 1u);
     }
 
     void openSocket() {
@@ -121,6 +109,28 @@ TEST_F(FrameRingTest, lengthsAroundWhatASlotHoldsComeWhole) {
     }
 }
 
+TEST_F(FrameRingTest, aLongFrameThatTheQueueHasNoRoomForIsDroppedNotCut) {
+    int least = 0;
+    ASSERT_EQ(setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUF, &least, sizeof least), 0);
+    for (uint32_t i = 0; i < 10; ++i) {
+        inject(frame(1400, i));
+        inject(frame(60, i));
+    }
+    size_t whole = 0;
+    size_t others = 0;
+    for (Frame given = next(); !given.empty(); given = next()) {
+        if (given.size() == 60) {
+            EXPECT_EQ(given, frame(60, static_cast<uint32_t>(others++)));
+        } else {
+            EXPECT_EQ(given, frame(1400, static_cast<uint32_t>(whole++)));
+        }
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(others, 10u);
+    EXPECT_GT(whole, 0u);
+    EXPECT_LT(whole, 10u);
+}
+
 TEST_F(FrameRingTest, whatDoesNotFitIsDroppedAndTheRingGoesOn) {
     for (uint32_t i = 0; i < FrameRing::slots + 10; ++i) {
         inject(frame(60, i));
@@ -156,7 +166,7 @@ TEST_F(FrameRingTest, droppingGivesTheMemoryBackAndLeavesTheFrameThatIsLookedAt)
     ASSERT_TRUE(first);
     socket_.reset();
     reader_->drop();
-    EXPECT_EQ(rings(), 0u);
+    EXPECT_EQ(packetRings(), 0u);
     EXPECT_FALSE(reader_->waiting());
     EXPECT_EQ(Frame(first->begin(), first->end()), frame(60, 1));
 
@@ -183,7 +193,7 @@ TEST_F(FrameRingTest, aSocketOfAnotherKindHasNoRing) {
     Vela::UniqueFd other(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     EXPECT_FALSE(reader_->ringIs(other.get()));
     EXPECT_NE(errno, 0);
-    EXPECT_EQ(rings(), 0u);
+    EXPECT_EQ(packetRings(), 0u);
 }
 
 } // namespace

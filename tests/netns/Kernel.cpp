@@ -45,6 +45,15 @@ void bridgeBatch(const std::string& lines) {
     runBatch("bridge", lines);
 }
 
+size_t packetRings() {
+    std::ifstream maps("/proc/self/maps");
+    size_t count = 0;
+    for (std::string line; std::getline(maps, line);) {
+        count += line.find("socket:") != std::string::npos;
+    }
+    return count;
+}
+
 LiveKernelFixture::LiveKernelFixture() {
     Testing::enterOwnNamespaces();
     const char* setting = std::getenv("VELA_ALWAYS_YIELD");

@@ -2,6 +2,7 @@
 
 #include "Testing/LiveSwitch.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <memory>
@@ -15,6 +16,9 @@ void ip(const std::string& words);
 /// Runs `ip` or `bridge` once with many lines.
 void ipBatch(const std::string& lines);
 void bridgeBatch(const std::string& lines);
+
+/// The memory areas that packet sockets share with this process.
+size_t packetRings();
 
 /// A switch without an agent, in real time, in a network namespace of the test's own and with names
 /// of namespaces of its own. The test ends with an error if it leaves an entity behind.
