@@ -14,7 +14,7 @@ namespace Host {
 
 namespace {
 
-Vela::TraceHandle traceHandle("ControlSocket");
+Vela::TraceHandle childTrace("ControlSocket");
 
 void killAndReap(pid_t pid) noexcept {
     kill(pid, SIGKILL);
@@ -36,7 +36,7 @@ ControlChild::ControlChild(Vela::Ptr<Vela::TaskScheduler> scheduler, pid_t pid,
         descriptor_ = Vela::make<Vela::FileDescriptor>(scheduler, "control child", std::move(fd));
         descriptor_->notifyOnReadableIs(true);
         timeout_ = Vela::make<Vela::Task>(scheduler, 3, "ControlChildTimeout", this, [this] {
-            TRACE(traceHandle, 0, this, "is killed: not done after 60 seconds");
+            TRACE(childTrace, 0, this, "is killed: not done after 60 seconds");
             kill(pid_, SIGKILL);
             return Vela::SliceResult{false, 1};
         });
@@ -71,7 +71,7 @@ void ControlChild::reap() {
     }
     // A client that went away ends its child by SIGPIPE.
     if (status != 0 && !(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE)) {
-        TRACE(traceHandle, 0, this, "ended with wait status " << status);
+        TRACE(childTrace, 0, this, "ended with wait status " << status);
     }
     reaped_ = true;
     timeout_->cancel();

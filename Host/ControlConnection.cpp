@@ -9,8 +9,6 @@ namespace Host {
 
 namespace {
 
-constexpr Vela::TaskPriority priority = 3;
-
 /// What is left unread makes the kernel tell the client "connection reset" in place of the end of
 /// the answer. Of somebody who sends without end, enough is read.
 void skipRest(int fd) noexcept {
@@ -30,12 +28,12 @@ ControlConnection::ControlConnection(Vela::Ptr<Vela::TaskScheduler> scheduler, V
                                      Callbacks callbacks)
     : callbacks_(std::move(callbacks)) {
     descriptor_ = Vela::make<Vela::FileDescriptor>(scheduler, "control connection", std::move(fd));
-    reader_ = Vela::make<Vela::Task>(scheduler, priority, "ControlConnection", this, [this] {
+    reader_ = Vela::make<Vela::Task>(scheduler, controlPriority, "ControlConnection", this, [this] {
         readSome();
         return Vela::SliceResult{false, 1};
     });
     timeout_ =
-        Vela::make<Vela::Task>(scheduler, priority, "ControlConnectionTimeout", this, [this] {
+        Vela::make<Vela::Task>(scheduler, controlPriority, "ControlConnectionTimeout", this, [this] {
             sendControlError(descriptor_->descriptor(), "no command came for 10 seconds");
             end();
             return Vela::SliceResult{false, 1};

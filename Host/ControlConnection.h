@@ -9,6 +9,8 @@
 
 namespace Host {
 
+constexpr Vela::TaskPriority controlPriority = 3; ///< of every task that serves a client
+
 /// Writes what fits at once and gives up the rest: an answer this short always fits unless the
 /// client is gone.
 void sendControlError(int fd, const std::string& text) noexcept;

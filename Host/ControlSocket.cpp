@@ -25,9 +25,8 @@ namespace Host {
 
 namespace {
 
-Vela::TraceHandle traceHandle("ControlSocket");
+Vela::TraceHandle socketTrace("ControlSocket");
 
-constexpr Vela::TaskPriority priority = 3;
 constexpr int childNiceness = 10;
 
 [[noreturn]] void fail(const std::string& what, int error) {
@@ -132,7 +131,7 @@ ControlSocket::ControlSocket(Vela::Ptr<Vela::TaskScheduler> scheduler, std::stri
                              const std::string& group, ControlCommands commands)
     : scheduler_(std::move(scheduler)), path_(std::move(path)), commands_(std::move(commands)) {
     listener_ = Vela::make<Vela::FileDescriptor>(scheduler_, "control", listenAt(path_, group));
-    acceptor_ = Vela::make<Vela::Task>(scheduler_, priority, "ControlSocket", this,
+    acceptor_ = Vela::make<Vela::Task>(scheduler_, controlPriority, "ControlSocket", this,
                                        [this] { return acceptOne(); });
 }
 
@@ -175,7 +174,7 @@ Vela::SliceResult ControlSocket::acceptOne() {
     case ECONNABORTED:
         return {true, 0};
     default: // no descriptors or no memory: who waits is not announced again
-        TRACE(traceHandle, 0, this, "accept: " << std::strerror(errno));
+        TRACE(socketTrace, 0, this, "accept: " << std::strerror(errno));
         acceptor_->scheduleAfter(1);
         return {};
     }

@@ -6,9 +6,7 @@
 
 namespace Host {
 
-namespace {
-
-Ip::VrfState stateOf(VrfState state) {
+Ip::VrfState stateInTables(VrfState state) {
     switch (state) {
     case VrfState::active:
         return Ip::VrfState::active;
@@ -20,13 +18,15 @@ Ip::VrfState stateOf(VrfState state) {
     return Ip::VrfState::initializing;
 }
 
+namespace {
+
 /// "default" has what belongs to no other VRF of its namespace.
 std::vector<Linux::VrfSetting> vrfSettings(const Configuration& configuration,
                                            const std::map<std::string, Vrf::VrfId>& vrfIds) {
     std::vector<Linux::VrfSetting> all;
     for (const VrfConfiguration& vrf : configuration.vrfs) {
         all.push_back(
-            {vrf.name, vrfIds.at(vrf.name.bytes()), vrf.networkNamespace, stateOf(vrf.state)});
+            {vrf.name, vrfIds.at(vrf.name.bytes()), vrf.networkNamespace, stateInTables(vrf.state)});
     }
     std::stable_partition(all.begin(), all.end(),
                           [](const auto& vrf) { return vrf.name == "default"; });

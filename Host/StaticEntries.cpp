@@ -1,5 +1,6 @@
 #include "Host/StaticEntries.h"
 
+#include "Host/KernelSettings.h"
 #include "Platform/Base/Hash.h"
 
 #include <map>
@@ -59,11 +60,11 @@ std::map<std::string, Vrf::VrfId> assignVrfIds(const Configuration& configuratio
 }
 
 std::set<std::string> namespaces(const Configuration& configuration) {
-    std::set<std::string> names;
+    std::set<std::string> all;
     for (const VrfConfiguration& vrf : configuration.vrfs) {
-        names.insert(vrf.networkNamespace);
+        all.insert(vrf.networkNamespace);
     }
-    return names;
+    return all;
 }
 
 /// The namespaces of interfaces: that of its VRF for a routed one, else that of "default".
@@ -81,18 +82,6 @@ class InterfaceNamespaces {
   private:
     std::map<L3::VrfName, std::string> ofVrf_;
 };
-
-Ip::VrfState stateOf(VrfState state) {
-    switch (state) {
-    case VrfState::active:
-        return Ip::VrfState::active;
-    case VrfState::initializing:
-        return Ip::VrfState::initializing;
-    case VrfState::deleting:
-        return Ip::VrfState::deleting;
-    }
-    return Ip::VrfState::initializing;
-}
 
 Bridging::EntryType entryTypeOf(FdbType type) {
     switch (type) {
@@ -373,7 +362,7 @@ void StaticEntries::applyVrfs(const Configuration& next) {
     for (const auto& [name, vrf] : after) {
         auto status = state_.allVrfStatusLocal->vrfIs(name);
         status->networkNamespaceIs(vrf->networkNamespace);
-        status->stateIs(stateOf(vrf->state)); // last: whoever sees it active finds the namespace
+        status->stateIs(stateInTables(vrf->state)); // last: whoever sees it active finds the namespace
     }
 }
 

@@ -7,7 +7,7 @@ namespace Linux {
 
 namespace {
 
-const Vela::TraceHandle traceHandle("LinuxInterfaces");
+const Vela::TraceHandle namesTrace("LinuxInterfaces");
 
 } // namespace
 
@@ -21,7 +21,7 @@ Zinc::IntfId internedIntf(const std::string& name) {
     try {
         return Zinc::IntfId(name);
     } catch (const Vela::RangeError& error) {
-        TRACE(traceHandle, 0, nullptr, name << " is left out: " << error.what());
+        TRACE(namesTrace, 0, nullptr, name << " is left out: " << error.what());
         return Zinc::IntfId();
     }
 }

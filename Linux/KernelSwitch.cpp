@@ -17,7 +17,7 @@ namespace Linux {
 
 namespace {
 
-const Vela::TraceHandle traceHandle("KernelSwitch");
+const Vela::TraceHandle switchTrace("KernelSwitch");
 
 constexpr const char* inputConfigPath = "arp/input/config/arpSuppression";
 
@@ -203,7 +203,7 @@ void KernelSwitch::examine(const std::string& netNs) {
             // It may be gone again, or the process be out of descriptors.
             if (std::string& problem = problems_[netNs]; problem != error.what()) {
                 problem = error.what();
-                TRACE(traceHandle, 0, nullptr, problem);
+                TRACE(switchTrace, 0, nullptr, problem);
             }
             watch_->announceAgain(netNs);
         }
@@ -217,7 +217,7 @@ void KernelSwitch::attach(const std::string& netNs) {
     auto channel = std::make_unique<NeighborSocket>(netNs);
     devices_->netNsIs(netNs);
     writer_->netNsIs(netNs, std::move(channel));
-    TRACE(traceHandle, 1, nullptr, "attached to " << netNs << ", inode " << socket->netNsInode());
+    TRACE(switchTrace, 1, nullptr, "attached to " << netNs << ", inode " << socket->netNsInode());
     Feed& feed = feeds_[netNs];
     feed.socket = socket;
     feed.synchronizedReaction =
@@ -227,7 +227,7 @@ void KernelSwitch::attach(const std::string& netNs) {
 }
 
 void KernelSwitch::detach(const std::string& netNs) {
-    TRACE(traceHandle, 1, nullptr, "detached from " << netNs);
+    TRACE(switchTrace, 1, nullptr, "detached from " << netNs);
     bool entries = feeds_.at(netNs).entries;
     feeds_.erase(netNs); // the socket, which keeps the namespace, first
     writer_->netNsDel(netNs);

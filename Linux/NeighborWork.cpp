@@ -21,11 +21,11 @@ bool isTagged(const NeighborMessage& held) {
     return (held.state & NUD_PERMANENT) != 0 && held.protocol == tag;
 }
 
+} // namespace
+
 bool isPermanent(const InputConfigEntry& entry) {
     return entry.type() == Arp::ArpType::ArpTypeId::permanent;
 }
-
-} // namespace
 
 uint64_t NeighborEntryKey::hash(uint64_t seed) const {
     Vela::IncrementalHash hash(seed);

@@ -20,6 +20,8 @@ struct NeighborClaim {
     Zinc::EthAddr macAddress; ///< if exact
 };
 
+bool isPermanent(const Arp::InputConfigEntry& entry);
+
 /// An entry of the input configuration that is or was.
 struct NeighborEntryKey {
     uint32_t vrf = 0; ///< the writer's number for it

@@ -18,10 +18,6 @@ using Outcome = NeighborOutcome;
 /// An entry that is asked about more often than this changes under our hands.
 constexpr unsigned mostRounds = 8;
 
-bool isPermanent(const Arp::InputConfigEntry& entry) {
-    return entry.type() == ArpTypeId::permanent;
-}
-
 } // namespace
 
 NeighborWriter::NeighborWriter(Inputs inputs)

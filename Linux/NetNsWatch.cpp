@@ -16,7 +16,7 @@ namespace Linux {
 
 namespace {
 
-const Vela::TraceHandle traceHandle("NetNsWatch");
+const Vela::TraceHandle netNsTrace("NetNsWatch");
 
 constexpr const char* directory = "/run/netns";
 constexpr decltype(statfs::f_type) namespaceFileSystem = 0x6e736673;
@@ -95,7 +95,7 @@ void NetNsWatch::watchDirectory() {
         inotify_add_watch(events_->descriptor(), directory,
                           IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR) >= 0;
     if (!watching_) {
-        TRACE(traceHandle, 0, nullptr, directory << ": " << std::strerror(errno));
+        TRACE(netNsTrace, 0, nullptr, directory << ": " << std::strerror(errno));
     }
 }
 

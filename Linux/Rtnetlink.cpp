@@ -20,7 +20,7 @@ namespace Linux {
 
 namespace {
 
-const Vela::TraceHandle traceHandle("Rtnetlink");
+const Vela::TraceHandle rtnetlinkTrace("Rtnetlink");
 
 // The kernel fills parts of a dump to what the reader has room for, up to half of this.
 constexpr size_t bufferBytes = 65536;
@@ -194,7 +194,7 @@ void Rtnetlink::receiveBufferIs(size_t bytes) {
     // The first one passes the machine's limit and needs the right to.
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &value, sizeof value) != 0 &&
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &value, sizeof value) != 0) {
-        TRACE(traceHandle, 0, this, "receive buffer of " << value << ": " << std::strerror(errno));
+        TRACE(rtnetlinkTrace, 0, this, "receive buffer of " << value << ": " << std::strerror(errno));
     }
 }
 
@@ -330,15 +330,15 @@ void Rtnetlink::handleDumpEnd(int error) {
         // The kernel says the first where there is no room for a dump, and the second while it is
         // not through with one that it could not start right.
         bool passes = error == ENOBUFS || error == EBUSY;
-        TRACE(traceHandle, passes ? 1 : 0, this,
+        TRACE(rtnetlinkTrace, passes ? 1 : 0, this,
               "dump of " << toString(kind) << " failed: " << std::strerror(error));
         resyncAll(passes ? secondsAfterOverrun : secondsAfterFailure);
     } else if (lost) {
-        TRACE(traceHandle, 1, this, "dump of " << toString(kind) << " was not whole");
+        TRACE(rtnetlinkTrace, 1, this, "dump of " << toString(kind) << " was not whole");
         resyncAll(0);
     } else if (NetlinkConsumer* consumer = consumerOf(kind)) {
         ++statistics_.resyncs;
-        TRACE(traceHandle, 3, this, "dump of " << toString(kind) << " finished");
+        TRACE(rtnetlinkTrace, 3, this, "dump of " << toString(kind) << " finished");
         consumer->resyncFinished();
     }
     updateSynchronized();
@@ -347,7 +347,7 @@ void Rtnetlink::handleDumpEnd(int error) {
 /// Nothing is announced any more until the socket's queue is empty, so the next dump begins then.
 void Rtnetlink::handleOverrun() {
     ++statistics_.overruns;
-    TRACE(traceHandle, 1, this, "overrun " << statistics_.overruns);
+    TRACE(rtnetlinkTrace, 1, this, "overrun " << statistics_.overruns);
     dumpLost_ = dumping_.has_value();
     resyncAll(secondsAfterOverrun);
 }
@@ -375,7 +375,7 @@ bool Rtnetlink::startDump() {
     auto kind = static_cast<NetlinkKind>(wanted - wanted_.begin());
     dumping_ = kind;
     dumpLost_ = false;
-    TRACE(traceHandle, 3, this, "dump of " << toString(kind));
+    TRACE(rtnetlinkTrace, 3, this, "dump of " << toString(kind));
     consumerOf(kind)->resyncStarted();
     // 0 is what announcements carry.
     dumpSequence_ = dumpSequence_ == UINT32_MAX ? 1 : dumpSequence_ + 1;

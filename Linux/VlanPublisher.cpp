@@ -12,7 +12,7 @@ using Bridging::VlanId;
 
 namespace {
 
-const Vela::TraceHandle traceHandle("LinuxVlans");
+const Vela::TraceHandle vlanTrace("LinuxVlans");
 
 template <class Map, class Value>
 void setOrErase(Map& map, VlanId vlanId, const Value& value, bool is) {
@@ -163,7 +163,7 @@ void VlanPublisher::checkMac(VlanId vlanId) {
     } else if (auto known = strangeMacs_.find(vlanId);
                known == strangeMacs_.end() || known->second != mac->second) {
         strangeMacs_[vlanId] = mac->second;
-        TRACE(traceHandle, 0, nullptr,
+        TRACE(vlanTrace, 0, nullptr,
               KernelDevices::interfaceName(vlanId)
                   << " has the MAC address " << mac->second << " and the switch " << own
                   << ": its own requests are not served");

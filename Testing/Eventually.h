@@ -5,10 +5,10 @@
 
 namespace Testing {
 
-/// For what another process does: whether the condition holds within ten seconds.
+/// For what another process does: whether the condition holds within a minute.
 template <class Condition>
 bool eventually(Condition condition) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;

@@ -31,9 +31,9 @@ class LiveSwitch {
     /// Gives the platform to an agent, initialises it and lets it come to mounts complete.
     void start(Vela::Agent& agent, bool physicalHardware);
 
-    /// Turns until the condition holds. False if it does not within five seconds.
+    /// Turns until the condition holds. False if it does not within a minute.
     bool turnUntil(const std::function<bool()>& condition);
-    /// Turns until nothing is ready. False if there still is something after five seconds.
+    /// Turns until nothing is ready. False if there still is something after a minute.
     bool turnUntilIdle();
 
   private:

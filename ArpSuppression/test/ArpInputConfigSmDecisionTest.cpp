@@ -11,7 +11,7 @@ using Testing::TraceCapture;
 
 enum class Existing { none, permanent, dynamic };
 
-class Decision : public ArpInputConfigSmToggleTest {
+class ArpInputConfigSmDecisionTest : public ArpInputConfigSmToggleTest {
   protected:
     /// An address with a remote binding of macA and the given entry; nothing counted.
     void given(Existing existing, const std::string& ip = "10.0.0.1", unsigned vlan = 10) {
@@ -52,24 +52,24 @@ class Decision : public ArpInputConfigSmToggleTest {
     }
 };
 
-TEST_F(Decision, thereAndNotSelectivePermanentIsRewritten) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndNotSelectivePermanentIsRewritten) {
     given(Existing::permanent);
     announce(address(ip1));
     expect(permanent(macA), once(Id::inputPermanentRewritten));
     otherCaller();
     expect(permanent(macA), once(Id::inputPermanentRewritten));
 }
-TEST_F(Decision, thereAndNotSelectiveDynamicTurnsPermanent) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndNotSelectiveDynamicTurnsPermanent) {
     given(Existing::dynamic);
     announce(address(ip1));
     expect(permanent(macA), once(Id::inputPermanentRewritten));
 }
-TEST_F(Decision, thereAndNotSelectiveIsAdded) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndNotSelectiveIsAdded) {
     given(Existing::none);
     announce(address(ip1));
     expect(permanent(macA), once(Id::inputPermanentAdded));
 }
-TEST_F(Decision, thereAndSelectivePermanentIsRewritten) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndSelectivePermanentIsRewritten) {
     given(Existing::permanent);
     selectiveIs(true);
     EXPECT_EQ(moved(), Moved()) << "the flag is read, not followed";
@@ -80,13 +80,13 @@ TEST_F(Decision, thereAndSelectivePermanentIsRewritten) {
     otherCaller();
     expect(permanent(macB), once(Id::inputPermanentRewritten));
 }
-TEST_F(Decision, thereAndSelectiveDynamicIsDeleted) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndSelectiveDynamicIsDeleted) {
     given(Existing::dynamic);
     selectiveIs(true);
     announce(address(ip1));
     expect("-", once(Id::inputDeleted));
 }
-TEST_F(Decision, thereAndSelectiveNothingIsAdded) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndSelectiveNothingIsAdded) {
     given(Existing::none);
     selectiveIs(true);
     TraceCapture capture("ArpSuppression=8");
@@ -96,97 +96,97 @@ TEST_F(Decision, thereAndSelectiveNothingIsAdded) {
     EXPECT_EQ(capture.count(" no arpInputConfigVrf vrfName=default\n"), 1u);
     EXPECT_FALSE(capture.contains("updated="));
 }
-TEST_F(Decision, thereAndSelectiveNothingIsAddedBesideOthers) {
+TEST_F(ArpInputConfigSmDecisionTest, thereAndSelectiveNothingIsAddedBesideOthers) {
     given(Existing::permanent, ip2);
     selectiveIs(true);
     quietRemoteIs(ip1, macB);
     announce(address(ip1));
     expect(permanent(macA), {});
 }
-TEST_F(Decision, goneRefreshOnPermanentIsVerified) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnPermanentIsVerified) {
     given(Existing::permanent);
     remoteDel(ip1);
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
 }
-TEST_F(Decision, goneRefreshOnDynamicIsVerified) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnDynamicIsVerified) {
     given(Existing::dynamic);
     remoteDel(ip1);
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
 }
-TEST_F(Decision, goneRefreshOnNothingStaysNothing) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnNothingStaysNothing) {
     given(Existing::none);
     remoteDel(ip1);
     expect("-", {});
 }
-TEST_F(Decision, goneRefreshOnSelectiveMakesNoDifference) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnSelectiveMakesNoDifference) {
     given(Existing::permanent);
     selectiveIs(true);
     remoteDel(ip1);
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
 }
-TEST_F(Decision, goneRefreshOnOthersDeletePermanent) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnOthersDeletePermanent) {
     given(Existing::permanent);
     quietRemoteDel(address(ip1));
     otherCaller();
     expect("-", once(Id::inputDeleted));
 }
-TEST_F(Decision, goneRefreshOnOthersDeleteDynamic) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnOthersDeleteDynamic) {
     given(Existing::dynamic);
     quietRemoteDel(address(ip1));
     otherCaller();
     expect("-", once(Id::inputDeleted));
 }
-TEST_F(Decision, goneRefreshOnOthersLeaveNothing) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOnOthersLeaveNothing) {
     given(Existing::none);
     quietRemoteDel(address(ip1));
     otherCaller();
     expect("-", {});
 }
-TEST_F(Decision, goneRefreshOffPermanentIsDeleted) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOffPermanentIsDeleted) {
     refreshToggleIs(false);
     given(Existing::permanent);
     remoteDel(ip1);
     expect("-", once(Id::inputDeleted));
 }
-TEST_F(Decision, goneRefreshOffDynamicIsDeleted) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOffDynamicIsDeleted) {
     refreshToggleIs(false);
     given(Existing::dynamic);
     remoteDel(ip1);
     expect("-", once(Id::inputDeleted));
 }
-TEST_F(Decision, goneRefreshOffNothingStaysNothing) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOffNothingStaysNothing) {
     refreshToggleIs(false);
     given(Existing::none);
     remoteDel(ip1);
     expect("-", {});
 }
-TEST_F(Decision, goneRefreshOffOthersDelete) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOffOthersDelete) {
     refreshToggleIs(false);
     given(Existing::permanent);
     quietRemoteDel(address(ip1));
     otherCaller();
     expect("-", once(Id::inputDeleted));
 }
-TEST_F(Decision, goneRefreshOfAGlobalIpv6Address) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOfAGlobalIpv6Address) {
     given(Existing::permanent, "2001:db8::1");
     remoteDel("2001:db8::1");
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
     EXPECT_EQ(entries().begin()->first, "default 2001:db8::1 ");
 }
-TEST_F(Decision, goneRefreshOfAGlobalIpv6AddressWhereTheVrfHasOtherInterfacesToo) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOfAGlobalIpv6AddressWhereTheVrfHasOtherInterfacesToo) {
     vlans->findOrCreateVrfInterfaceWatch("Ethernet1", "default"); // which comes before any VLAN
     given(Existing::permanent, "2001:db8::1");
     remoteDel("2001:db8::1");
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
 }
-TEST_F(Decision, goneRefreshOfALinkLocalAddress) {
+TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOfALinkLocalAddress) {
     given(Existing::permanent, "fe80::1", 20);
     remoteDel("fe80::1", 20);
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
     EXPECT_EQ(entries().begin()->first, "default fe80::1 Vlan20");
 }
 
-TEST_F(Decision, theRefreshToggleIsReadOnce) {
+TEST_F(ArpInputConfigSmDecisionTest, theRefreshToggleIsReadOnce) {
     given(Existing::permanent); // nobody has needed it yet
     refreshToggleIs(false);
     remoteDel(ip1);
@@ -198,7 +198,7 @@ TEST_F(Decision, theRefreshToggleIsReadOnce) {
     expect("-", once(Id::inputDeleted));
 }
 
-TEST_F(Decision, aRefreshedEntryTurnsPermanentWhenTheBindingIsBack) {
+TEST_F(ArpInputConfigSmDecisionTest, aRefreshedEntryTurnsPermanentWhenTheBindingIsBack) {
     given(Existing::permanent);
     remoteDel(ip1);
     moved();
@@ -206,7 +206,7 @@ TEST_F(Decision, aRefreshedEntryTurnsPermanentWhenTheBindingIsBack) {
     expect(permanent(macB), once(Id::inputPermanentRewritten));
 }
 
-TEST_F(Decision, aVlanThatHasLeftTheVrfRefreshesNothingThere) {
+TEST_F(ArpInputConfigSmDecisionTest, aVlanThatHasLeftTheVrfRefreshesNothingThere) {
     given(Existing::permanent);
     auto old = address(ip1);
     vlanDel(10);
@@ -214,7 +214,7 @@ TEST_F(Decision, aVlanThatHasLeftTheVrfRefreshesNothingThere) {
     remoteDel(old);
     expect("-", {{Id::inputNoVlanL3Info, 1}, {Id::inputDeleted, 1}});
 }
-TEST_F(Decision, aVrfThatEndsWithItsLastBindingTakesTheEntryAlong) {
+TEST_F(ArpInputConfigSmDecisionTest, aVrfThatEndsWithItsLastBindingTakesTheEntryAlong) {
     given(Existing::permanent, "10.0.0.3", 30);
     auto old = address("10.0.0.3", 30);
     vlanDel(30);
@@ -223,7 +223,7 @@ TEST_F(Decision, aVrfThatEndsWithItsLastBindingTakesTheEntryAlong) {
     expect("-", {{Id::inputNoVlanL3Info, 1}, {Id::inputDeleted, 1}});
     walkToTheEnd();
 }
-TEST_F(Decision, theSameForAGlobalIpv6Address) {
+TEST_F(ArpInputConfigSmDecisionTest, theSameForAGlobalIpv6Address) {
     given(Existing::permanent, "2001:db8::3", 30);
     auto old = address("2001:db8::3", 30);
     vlanDel(30);
@@ -234,7 +234,7 @@ TEST_F(Decision, theSameForAGlobalIpv6Address) {
 
 // A suppression event installs whatever the flag says
 
-TEST_F(Decision, aSuppressionEventInstalls) {
+TEST_F(ArpInputConfigSmDecisionTest, aSuppressionEventInstalls) {
     given(Existing::none);
     selectiveIs(true);
     trigger->event(address(ip1), true);
@@ -242,13 +242,13 @@ TEST_F(Decision, aSuppressionEventInstalls) {
     trigger->event(address(ip1), true);
     expect(permanent(macA), once(Id::inputPermanentRewritten));
 }
-TEST_F(Decision, aSuppressionEventTurnsADynamicEntry) {
+TEST_F(ArpInputConfigSmDecisionTest, aSuppressionEventTurnsADynamicEntry) {
     given(Existing::dynamic);
     selectiveIs(true);
     trigger->event(address(ip1), true);
     expect(permanent(macA), once(Id::inputPermanentRewritten));
 }
-TEST_F(Decision, aSuppressionEventWithoutABindingInstallsNothing) {
+TEST_F(ArpInputConfigSmDecisionTest, aSuppressionEventWithoutABindingInstallsNothing) {
     startComplete();
     trigger->event(address(ip1), true);
     expect("-", {});
@@ -256,7 +256,7 @@ TEST_F(Decision, aSuppressionEventWithoutABindingInstallsNothing) {
 
 // Hosts that are multihomed to this switch
 
-class Multihomed : public Decision {
+class Multihomed : public ArpInputConfigSmDecisionTest {
   protected:
     void given() {
         startComplete();

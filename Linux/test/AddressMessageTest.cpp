@@ -9,13 +9,13 @@ namespace Linux {
 namespace {
 
 // As a kernel sent them.
-struct Recorded {
+struct RecordedAddress {
     const char* name;
     const char* hex;
     AddressMessage message;
 };
 
-const Recorded recorded[] = {
+const RecordedAddress recordedAddresses[] = {
     {"primary",
      "500000001400020001000000000000000218800002000000080001000a000001080002000a0000010b00"
      "0300566c616e31300000080008008000000014000600ffffffffffffffff8047270080472700",
@@ -35,7 +35,7 @@ const Recorded recorded[] = {
 };
 
 TEST(AddressMessage, IsReadAsTheKernelSentItAndNotFromLessThanAnAddress) {
-    for (const Recorded& r : recorded) {
+    for (const RecordedAddress& r : recordedAddresses) {
         std::string_view hex(r.hex);
         size_t whole = hex.size() / 2;
         bool seen = false;

@@ -4,9 +4,6 @@
 namespace Linux {
 namespace {
 
-const std::string a = "02:00:00:00:00:0a";
-const std::string b = "02:00:00:00:00:0b";
-
 class FdbProviderTest : public ProviderFixture {
   protected:
     Bridging::QuarryFdbStatus entry(uint16_t fid, const std::string& mac, const char* intf,

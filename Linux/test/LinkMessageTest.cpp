@@ -10,13 +10,13 @@ namespace Linux {
 namespace {
 
 // As a kernel sent them, but for statistics and settings of other families, which are left out.
-struct Recorded {
+struct RecordedLink {
     const char* name;
     const char* hex;
     LinkMessage message;
 };
 
-const Recorded recorded[] = {
+const RecordedLink recordedLinks[] = {
     {"loopback",
      "3400000010000200010000000000000000000403010000000800000000000000070003006c6f00000a00"
      "01000000000000000000",
@@ -55,7 +55,7 @@ std::optional<LinkMessage> decodePrefix(const char* hex, size_t length) {
 }
 
 TEST(LinkMessage, IsReadAsTheKernelSentIt) {
-    for (const Recorded& r : recorded) {
+    for (const RecordedLink& r : recordedLinks) {
         auto link = decodeLink(MessageBytes{std::string_view(r.hex)}.header());
         ASSERT_TRUE(link) << r.name;
         EXPECT_EQ(*link, r.message) << r.name << " " << link->kind << " " << link->flags;
@@ -63,7 +63,7 @@ TEST(LinkMessage, IsReadAsTheKernelSentIt) {
 }
 
 TEST(LinkMessage, OfEveryShorterLengthHasWhatIsWhole) {
-    for (const Recorded& r : recorded) {
+    for (const RecordedLink& r : recordedLinks) {
         size_t whole = std::string_view(r.hex).size() / 2;
         size_t named = sizeof(nlmsghdr) + 16 + 4 + r.message.name.size() + 1;
         for (size_t length = sizeof(nlmsghdr); length <= whole; ++length) {

@@ -3,10 +3,6 @@
 namespace Linux {
 namespace {
 
-const std::string ip = "10.0.0.1";
-const std::string a = "02:00:00:00:00:0a";
-const std::string b = "02:00:00:00:00:0b";
-
 class LocalMultihomedSmTest : public ProviderFixture {
   protected:
     int flag(uint16_t vlan, const std::string& address) {

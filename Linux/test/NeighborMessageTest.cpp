@@ -9,7 +9,7 @@ namespace Linux {
 namespace {
 
 // As a kernel sent them.
-struct Recorded {
+struct RecordedNeighbor {
     const char* name;
     const char* hex;
     NeighborMessage message;
@@ -22,7 +22,7 @@ const Zinc::IpGenAddr ip1("10.0.0.1");
 const Zinc::IpGenAddr ip2("10.0.0.2");
 const Zinc::IpGenAddr ip3("10.0.0.3");
 
-const Recorded recorded[] = {
+const RecordedNeighbor recordedNeighbors[] = {
     {"reachable",
      "4c0000001c000000000000008f520000020000000200000002000001080001000a0000010a0002000200000000010"
      "0"
@@ -71,7 +71,7 @@ const Recorded recorded[] = {
 };
 
 TEST(NeighborMessageTest, readsWhatTheKernelSends) {
-    for (const Recorded& r : recorded) {
+    for (const RecordedNeighbor& r : recordedNeighbors) {
         MessageBytes bytes{std::string_view(r.hex)};
         auto message = decodeNeighbor(bytes.header());
         ASSERT_TRUE(message) << r.name;
@@ -80,7 +80,7 @@ TEST(NeighborMessageTest, readsWhatTheKernelSends) {
 }
 
 TEST(NeighborMessageTest, neverReadsBeyondTheEnd) {
-    for (const Recorded& r : recorded) {
+    for (const RecordedNeighbor& r : recordedNeighbors) {
         std::string_view hex(r.hex);
         uint32_t whole = static_cast<uint32_t>(hex.size() / 2);
         bool before = false;
@@ -116,7 +116,7 @@ TEST(NeighborMessageTest, refusesOtherMessages) {
     link.header().nlmsg_type = RTM_NEWLINK;
     EXPECT_FALSE(decodeNeighbor(link.header()));
 
-    MessageBytes withoutAddress{std::string_view(recorded[0].hex)};
+    MessageBytes withoutAddress{std::string_view(recordedNeighbors[0].hex)};
     void* body = &withoutAddress.header() + 1;
     static_cast<ndmsg*>(body)->ndm_family = AF_INET6; // of which four bytes are no address
     EXPECT_FALSE(decodeNeighbor(withoutAddress.header()));

@@ -6,11 +6,6 @@ namespace {
 
 using Arp::ArpSource;
 
-const std::string ip = "10.0.0.1";
-const std::string ip6 = "2001:db8::1";
-const std::string a = "02:00:00:00:00:0a";
-const std::string b = "02:00:00:00:00:0b";
-
 class NeighborProviderTest : public ProviderFixture {
   protected:
     void expectLocal(const std::string& address, const std::string& mac, bool isStatic = false,

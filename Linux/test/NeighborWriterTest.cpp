@@ -21,12 +21,6 @@ using Zinc::EthAddr;
 using Zinc::IntfId;
 using Zinc::IpGenAddr;
 
-const std::string ip = "10.0.0.1";
-const std::string ip2 = "10.0.0.2";
-const std::string ip6 = "2001:db8::1";
-const EthAddr a("02:00:00:00:00:0a");
-const EthAddr b("02:00:00:00:00:0b");
-const EthAddr c("02:00:00:00:00:0c");
 constexpr auto own = ArpSource::arpSuppression;
 constexpr uint8_t tag = 110;
 
@@ -34,6 +28,11 @@ constexpr uint8_t tag = 110;
 /// whose announcements the providers turn into tables again: the loops are closed.
 class NeighborWriterTest : public ProviderFixture {
   protected:
+    static inline const std::string ip2 = "10.0.0.2";
+    static inline const EthAddr a{"02:00:00:00:00:0a"};
+    static inline const EthAddr b{"02:00:00:00:00:0b"};
+    static inline const EthAddr c{"02:00:00:00:00:0c"};
+
     NeighborWriterTest() {
         writer = Vela::make<NeighborWriter>(
             NeighborWriter::Inputs{.scheduler = scheduler(),

@@ -23,6 +23,11 @@ using Bridging::VlanId;
 /// In "red": Vlan30 (10).
 class ProviderFixture : public Testing::SwitchFixture {
   protected:
+    static inline const std::string ip = "10.0.0.1";
+    static inline const std::string ip6 = "2001:db8::1";
+    static inline const std::string a = "02:00:00:00:00:0a";
+    static inline const std::string b = "02:00:00:00:00:0b";
+
     ProviderFixture() {
         topology = Vela::make<Topology>();
         topology->routedDeviceIs({"default", 10}, routed10);
@@ -73,23 +78,23 @@ class ProviderFixture : public Testing::SwitchFixture {
     }
     NetlinkConsumer& inDefault() { return neighbors->consumerIs("default"); }
     NetlinkConsumer& inRed() { return neighbors->consumerIs("red"); }
-    void neighborIs(uint32_t ifIndex, const std::string& ip, const std::string& mac) {
-        say(inDefault(), {.ifIndex = ifIndex, .address = ip, .macAddress = mac});
+    void neighborIs(uint32_t ifIndex, const std::string& address, const std::string& mac) {
+        say(inDefault(), {.ifIndex = ifIndex, .address = address, .macAddress = mac});
     }
-    void remoteIs(uint32_t ifIndex, const std::string& ip, const std::string& mac) {
-        say(inDefault(), remote(ifIndex, ip, mac));
+    void remoteIs(uint32_t ifIndex, const std::string& address, const std::string& mac) {
+        say(inDefault(), remote(ifIndex, address, mac));
     }
-    static NeighborSpecimen remote(uint32_t ifIndex, const std::string& ip,
+    static NeighborSpecimen remote(uint32_t ifIndex, const std::string& address,
                                    const std::string& mac) {
         return {.ifIndex = ifIndex,
-                .address = ip,
+                .address = address,
                 .macAddress = mac,
                 .state = NUD_NOARP,
                 .flags = NTF_EXT_LEARNED,
                 .protocol = 11};
     }
-    void neighborDel(uint32_t ifIndex, const std::string& ip) {
-        say(inDefault(), {.ifIndex = ifIndex, .address = ip, .state = NUD_FAILED, .removed = true});
+    void neighborDel(uint32_t ifIndex, const std::string& address) {
+        say(inDefault(), {.ifIndex = ifIndex, .address = address, .state = NUD_FAILED, .removed = true});
     }
 
     Bridging::QuarryFdbStatus fdbEntry(uint16_t fid, const std::string& mac) {
@@ -97,20 +102,20 @@ class ProviderFixture : public Testing::SwitchFixture {
     }
     size_t fdbEntries() { return state().bridgingStatus->quarryFdbStatusCollection().count(); }
     std::optional<Arp::Table::ArpEntry> arpEntry(const RoutedDevice& device,
-                                                 const std::string& ip) {
-        Zinc::IpGenAddr address(ip);
-        const auto& entries = address.af() == Zinc::ipv4()
+                                                 const std::string& address) {
+        const Zinc::IpGenAddr parsed(address);
+        const auto& entries = parsed.af() == Zinc::ipv4()
                                   ? state().arpStatus->arpEntryCollection()
                                   : state().arpStatus->neighborEntryCollection();
-        return entries.find({device.vrfId, device.intfId, address});
+        return entries.find({device.vrfId, device.intfId, parsed});
     }
     size_t arpEntries() {
         return state().arpStatus->arpEntryCollection().count() +
                state().arpStatus->neighborEntryCollection().count();
     }
-    std::optional<ArpSuppression::RemoteBinding> binding(uint16_t vlan, const std::string& ip) {
+    std::optional<ArpSuppression::RemoteBinding> binding(uint16_t vlan, const std::string& address) {
         return state().remoteBindingConfig->remoteBindingCollection().find(
-            {VlanId(vlan), Zinc::IpGenAddr(ip)});
+            {VlanId(vlan), Zinc::IpGenAddr(address)});
     }
     size_t bindings() { return state().remoteBindingConfig->remoteBindingCollection().count(); }
 

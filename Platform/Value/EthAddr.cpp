@@ -18,7 +18,7 @@ namespace {
 
 constexpr size_t textLength = 17;
 
-std::optional<EthAddr> parse(std::string_view text) {
+std::optional<EthAddr> parseEthAddr(std::string_view text) {
     if (text.size() != textLength) {
         return std::nullopt;
     }
@@ -38,7 +38,7 @@ std::optional<EthAddr> parse(std::string_view text) {
 } // namespace
 
 EthAddr::EthAddr(std::string_view text) {
-    std::optional<EthAddr> parsed = parse(text);
+    std::optional<EthAddr> parsed = parseEthAddr(text);
     if (!parsed) {
         Vela::ValueParser(text).fail("a MAC address", 0);
     }
@@ -48,7 +48,7 @@ EthAddr::EthAddr(std::string_view text) {
 EthAddr EthAddr::fromValue(Vela::ValueParser& parser) {
     size_t start = parser.offset();
     std::string text = parser.quotedString();
-    std::optional<EthAddr> parsed = parse(text);
+    std::optional<EthAddr> parsed = parseEthAddr(text);
     if (!parsed || parsed->toStrep() != text) {
         parser.fail("a MAC address in lower case", start);
     }

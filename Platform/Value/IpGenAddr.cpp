@@ -15,7 +15,7 @@ static_assert(std::is_trivially_copyable_v<IpGenAddr>);
 
 namespace {
 
-std::optional<IpGenAddr> parse(std::string_view text) {
+std::optional<IpGenAddr> parseIpGenAddr(std::string_view text) {
     if (text.empty()) {
         return IpGenAddr();
     }
@@ -51,7 +51,7 @@ const char* toStrep(AddressFamily af) {
 }
 
 IpGenAddr::IpGenAddr(std::string_view text) {
-    std::optional<IpGenAddr> parsed = parse(text);
+    std::optional<IpGenAddr> parsed = parseIpGenAddr(text);
     if (!parsed) {
         Vela::ValueParser(text).fail("an IP address", 0);
     }
@@ -61,7 +61,7 @@ IpGenAddr::IpGenAddr(std::string_view text) {
 IpGenAddr IpGenAddr::fromValue(Vela::ValueParser& parser) {
     size_t start = parser.offset();
     std::string text = parser.quotedString();
-    std::optional<IpGenAddr> parsed = parse(text);
+    std::optional<IpGenAddr> parsed = parseIpGenAddr(text);
     if (!parsed || parsed->toStrep() != text) {
         parser.fail("an IP address in its shortest notation", start);
     }

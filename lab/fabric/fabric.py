@@ -283,7 +283,7 @@ class Fabric:
             leaf.frr = Frr(leaf.namespace, leaf.underlay, self.other(leaf).underlay)
             leaf.frr.start()
         for leaf in self.leaves.values():
-            eventually(leaf.frr.established, 20, f"BGP session of {leaf.name}", 0.1)
+            eventually(leaf.frr.established, 60, f"BGP session of {leaf.name}", 0.1)
             for vlan in VLANS:
                 eventually(
                     lambda leaf=leaf, vlan=vlan: leaf.flood_list(vlan),
@@ -318,15 +318,15 @@ class Fabric:
         """Until the kernel of a leaf has its own hosts as neighbours, and the other's there and in
         its FDB."""
         for host in self.hosts_of(leaf):
-            eventually(lambda host=host: leaf.knows(host), 10, f"{leaf.name} knows {host.name}")
+            eventually(lambda host=host: leaf.knows(host), 60, f"{leaf.name} knows {host.name}")
         eventually(
             lambda: leaf.remote_neighbours() == self.expected_neighbours(leaf),
-            10,
+            60,
             f"{leaf.name} has the other's hosts as neighbours",
         )
         macs = {(host.vlan, host.mac) for host in self.hosts_of(self.other(leaf))}
         eventually(
-            lambda: leaf.remote_macs() >= macs, 10, f"{leaf.name} has the other's hosts in its FDB"
+            lambda: leaf.remote_macs() >= macs, 60, f"{leaf.name} has the other's hosts in its FDB"
         )
 
     def move(self, host):
@@ -345,7 +345,7 @@ class Fabric:
             host.ping_gateway()
             return host.leaf.knows(host)
 
-        eventually(known, 10, f"{host.leaf.name} knows {host.name}", 0.1)
+        eventually(known, 60, f"{host.leaf.name} knows {host.name}", 0.1)
 
     def _add_host(self, leaf, number, vlan):
         name = f"h{number}"

@@ -53,7 +53,7 @@ class Frr:
 
     def start(self):
         self.start_daemon("zebra")
-        eventually(lambda: os.path.exists(f"{self.directory}/zserv.api"), 10, "zebra's socket")
+        eventually(lambda: os.path.exists(f"{self.directory}/zserv.api"), 60, "zebra's socket")
         self.start_daemon("bgpd")
 
     def start_daemon(self, daemon):

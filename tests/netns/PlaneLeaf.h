@@ -45,7 +45,7 @@ class PlaneLeaf {
     /// Plane and agent, and suppression on VLAN 10, until requests are trapped.
     void start();
 
-    /// Completes turns of the loop until the condition holds, for ten seconds at most.
+    /// Completes turns of the loop until the condition holds, for a minute at most.
     bool turnUntil(const std::function<bool()>& condition);
     void turn();
 

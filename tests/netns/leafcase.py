@@ -63,7 +63,7 @@ class LeafCase(unittest.TestCase):
             self.ask(host, target, 1)
             return self.trapped() > before
 
-        eventually(trapped, 20, f"requests in VLAN {host.vlan} are trapped")
+        eventually(trapped, 60, f"requests in VLAN {host.vlan} are trapped")
 
     def await_not_trapping(self, host, target):
         def passed():
@@ -71,7 +71,7 @@ class LeafCase(unittest.TestCase):
             self.ask(host, target, 1)
             return self.trapped() == before
 
-        eventually(passed, 20, f"requests in VLAN {host.vlan} pass")
+        eventually(passed, 60, f"requests in VLAN {host.vlan} pass")
 
     def start(self, *trapping):
         self.agent.start()
@@ -83,7 +83,7 @@ class LeafCase(unittest.TestCase):
         self.leaf.fdb_entry("replace", host)
         self.leaf.neighbour("replace", host)
         asker = self.h11 if host is self.h21 else self.h14
-        eventually(lambda: not self.ask(asker, host, 1).floods, 20, "the binding counts")
+        eventually(lambda: not self.ask(asker, host, 1).floods, 60, "the binding counts")
 
 
 def main():

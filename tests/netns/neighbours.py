@@ -26,13 +26,13 @@ class NeighbourCase(LeafCase):
     def await_local(self, host, local=True):
         eventually(
             lambda: (host.binding in self.agent.local_bindings()) == local,
-            10,
+            60,
             f"{host.name} is in the record: {local}",
         )
 
     def await_owner(self, host, owner):
         eventually(
-            lambda: self.leaf.owner(host) is owner, 10, f"the entry of {host.name} is {owner}"
+            lambda: self.leaf.owner(host) is owner, 60, f"the entry of {host.name} is {owner}"
         )
 
     def ask_from_leaf(self, host):
@@ -88,7 +88,7 @@ class LocalBindingTest(NeighbourCase):
         self.leaf.fdb_entry("replace", self.h12)
         self.leaf.neighbour("replace", self.h12)
         self.await_local(self.h12, False)
-        eventually(lambda: self.h12.binding in self.agent.bindings(), 10, "it is remote")
+        eventually(lambda: self.h12.binding in self.agent.bindings(), 60, "it is remote")
         self.assertIs(self.leaf.owner(self.h12), Owner.CONTROL_PLANE)
         self.assert_suppressed(self.h11, self.h12)
         monitor.end()
@@ -114,7 +114,7 @@ class LocalBindingTest(NeighbourCase):
         self.leaf.namespace.run(
             "bridge", "fdb", "replace", VIRTUAL_MAC, "dev", "Vlan10", "self", "local"
         )
-        eventually(lambda: self.agent.listens_for(VIRTUAL_MAC), 10, "the agent listens")
+        eventually(lambda: self.agent.listens_for(VIRTUAL_MAC), 60, "the agent listens")
         before = self.agent.counters()
         self.leaf.namespace.run(
             *("arping", "-b", "-c", "1", "-w", "1", "-I", "varp10", "-s", "10.0.10.254"),
@@ -140,7 +140,7 @@ class EntryTest(NeighbourCase):
         self.await_local(self.h24)
         self.await_owner(self.h24, Owner.KERNEL)
         self.reload()
-        eventually(lambda: not self.agent.bindings(), 10, "the binding is withdrawn")
+        eventually(lambda: not self.agent.bindings(), 60, "the binding is withdrawn")
         self.assertIs(self.leaf.owner(self.h24), Owner.KERNEL)
         monitor.end()
         self.assertFalse(monitor.lost(self.h24.binding))
@@ -180,7 +180,7 @@ class EntryTest(NeighbourCase):
     def await_satisfied(self, count):
         eventually(
             lambda: self.agent.asked_for().get("satisfied by a control plane's entry", 0) == count,
-            10,
+            60,
             f"{count} entries are satisfied",
         )
 
@@ -244,7 +244,7 @@ class EntryTest(NeighbourCase):
         self.agent.start()
         self.await_owner(self.h24, Owner.AGENT)
         eventually(
-            lambda: self.leaf.neighbours(30).get(gone) is Owner.AGENT, 10, "both are there"
+            lambda: self.leaf.neighbours(30).get(gone) is Owner.AGENT, 60, "both are there"
         )
         monitor = self.monitor(30)
         self.agent.kill()
@@ -252,8 +252,8 @@ class EntryTest(NeighbourCase):
         self.agent.static_bindings = {self.h24.binding}
         self.agent.configure()
         self.agent.start()
-        eventually(lambda: gone not in self.leaf.neighbours(30), 10, "the stale entry goes")
-        eventually(lambda: self.agent.asked_for(), 10, "the agent asks for entries")
+        eventually(lambda: gone not in self.leaf.neighbours(30), 60, "the stale entry goes")
+        eventually(lambda: self.agent.asked_for(), 60, "the agent asks for entries")
         self.assertIs(self.leaf.owner(self.h24), Owner.AGENT)
         monitor.end()
         self.assertTrue(monitor.lost(gone))
@@ -284,15 +284,15 @@ class BgpTest(NeighbourCase):
     def test_bgpd_restarts(self):
         due = self.fabric.expected_neighbours(self.leaf) | {self.h24.binding}
         self.agent.start()
-        eventually(lambda: self.agent.bindings() == due, 10, "routes are bindings")
+        eventually(lambda: self.agent.bindings() == due, 60, "routes are bindings")
         self.await_trapping(self.h11, self.h21)
         self.speak(self.h12)
         self.await_local(self.h12)
         self.fabric.wire.settle()
         self.leaf.frr.kill_daemon("bgpd")
-        eventually(lambda: self.agent.bindings() == {self.h24.binding}, 10, "they are gone")
+        eventually(lambda: self.agent.bindings() == {self.h24.binding}, 60, "they are gone")
         self.leaf.frr.start_daemon("bgpd")
-        eventually(lambda: self.agent.bindings() == due, 30, "they are back")
+        eventually(lambda: self.agent.bindings() == due, 60, "they are back")
         for host in (self.h21, self.fabric.hosts["h22"]):
             self.assertIs(self.leaf.owner(host), Owner.CONTROL_PLANE)
         self.assertIs(self.leaf.owner(self.h24), Owner.AGENT)

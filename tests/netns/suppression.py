@@ -24,7 +24,7 @@ class SuppressionTest(LeafCase):
         self.agent.configure(mpls=True)
         self.agent.reload()
         self.await_trapping(self.h11, self.h21)
-        eventually(lambda: not self.ask(self.h11, self.h21, 1).floods, 20, "suppression")
+        eventually(lambda: not self.ask(self.h11, self.h21, 1).floods, 60, "suppression")
         self.assert_suppressed(self.h11, self.h21)
         self.agent.configure(mpls=False)
         self.agent.reload()
@@ -51,7 +51,7 @@ class SuppressionTest(LeafCase):
         self.start()
         self.bind(self.h21)
         self.leaf.neighbour("del", self.h21)
-        eventually(lambda: self.ask(self.h11, self.h21, 1).floods, 20, "the binding is gone")
+        eventually(lambda: self.ask(self.h11, self.h21, 1).floods, 60, "the binding is gone")
         self.assert_flooded(self.h11, self.h21)
 
     def test_remote_host_down(self):
@@ -127,7 +127,7 @@ class SuppressionTest(LeafCase):
                 statuses.append(self.agent.stop())
                 self.agent.start()
                 eventually(
-                    lambda: self.agent.control("show", "vlans", check=False), 20, "it answers"
+                    lambda: self.agent.control("show", "vlans", check=False), 60, "it answers"
                 )
             time.sleep(1)
 

@@ -14,8 +14,6 @@ using Zinc::IpGenAddr;
 
 namespace {
 
-constexpr uint32_t fabric = 100;
-constexpr uint32_t arpsnoop = 101;
 constexpr uint32_t arpinject = 102;
 const EthAddr bridgeMac("02:00:00:00:0b:0b");
 const EthAddr varpMac("02:00:5e:00:01:01");

@@ -41,6 +41,10 @@ class JumpingClock final : public Vela::Clock {
     mutable std::optional<Dice> jumps_;
 };
 
+/// The devices that trap and send, by their index.
+constexpr uint32_t fabric = 100;
+constexpr uint32_t arpsnoop = 101;
+
 /// Whether slices end when their time is over, at each check, or by chance.
 enum class Yield : uint8_t { inTime, always, byChance };
 

@@ -13,8 +13,6 @@ using Zinc::IpGenAddr;
 
 namespace {
 
-constexpr uint32_t fabric = 100;
-constexpr uint32_t arpsnoop = 101;
 const std::vector<uint32_t> srcIfIndexes{11, 11, 12, 12, 1, 0, 99};
 
 } // namespace

@@ -23,8 +23,8 @@ struct Wide {
     explicit Wide(uint64_t n) { words.fill(n); }
 };
 
-constexpr unsigned recordBytes = sizeof(RecordHeader) + sizeof(Wide);
-constexpr uint64_t perBlock = blockCapacity / recordBytes;
+constexpr unsigned wideBytes = sizeof(RecordHeader) + sizeof(Wide);
+constexpr uint64_t widePerBlock = blockCapacity / wideBytes;
 
 const SwiftlogType<Wide>& wideRecord() {
     static const SwiftlogType<Wide> record{"Platform/Trace/Wide", "wide", 0, {}, "wide"};
@@ -36,7 +36,7 @@ class SwiftlogLiveTest : public SwiftlogFixture {
   protected:
     static SwiftlogConfig wideConfig(unsigned blocks) {
         SwiftlogConfig wide = config({blocks * 4});
-        wide.maxRecordBytes = recordBytes;
+        wide.maxRecordBytes = wideBytes;
         return wide;
     }
 
@@ -83,7 +83,7 @@ class SwiftlogLiveTest : public SwiftlogFixture {
 };
 
 TEST_F(SwiftlogLiveTest, RecordsAreWholeWhileTheWriterWorksBetweenAnyTwoReads) {
-    for (uint64_t perRead = 1; perRead <= 3 * perBlock; ++perRead) {
+    for (uint64_t perRead = 1; perRead <= 3 * widePerBlock; ++perRead) {
         Swiftlog::initialize(wideConfig(4));
         uint64_t written = 0;
         auto write = [&](uint64_t count) {
@@ -103,7 +103,7 @@ TEST_F(SwiftlogLiveTest, RecordsAreWholeWhileTheWriterWorksBetweenAnyTwoReads) {
             EXPECT_FALSE(numbers.empty());
         }
         // Two reads lie between the two looks at a sequence: by then it is another one.
-        if (2 * perRead >= 4 * perBlock) {
+        if (2 * perRead >= 4 * widePerBlock) {
             EXPECT_TRUE(numbers.empty()) << perRead;
         }
     }
@@ -111,7 +111,7 @@ TEST_F(SwiftlogLiveTest, RecordsAreWholeWhileTheWriterWorksBetweenAnyTwoReads) {
 
 /// The writer is a child that is stopped, and its file read, after every single instruction.
 TEST_F(SwiftlogLiveTest, RecordsAreWholeBetweenAnyTwoInstructionsOfTheWriter) {
-    constexpr uint64_t count = 3 * perBlock + 1;
+    constexpr uint64_t count = 3 * widePerBlock + 1;
     pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -138,7 +138,7 @@ TEST_F(SwiftlogLiveTest, RecordsAreWholeBetweenAnyTwoInstructionsOfTheWriter) {
             EXPECT_TRUE(numbers.back() == newest || numbers.back() == newest + 1);
             newest = numbers.back();
         }
-        if (newest >= 2 * perBlock) {
+        if (newest >= 2 * widePerBlock) {
             fewest = std::min(fewest, numbers.size());
         }
         expectSteadyClockPoint(reader.header().rings[0].offset);
@@ -153,7 +153,7 @@ TEST_F(SwiftlogLiveTest, RecordsAreWholeBetweenAnyTwoInstructionsOfTheWriter) {
     }
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(newest, count);
-    EXPECT_EQ(fewest, perBlock); // while the older of two full blocks is being replaced
+    EXPECT_EQ(fewest, widePerBlock); // while the older of two full blocks is being replaced
     EXPECT_GT(steps, 10 * count);
 }
 
