@@ -32,8 +32,8 @@ ControlConnection::ControlConnection(Vela::Ptr<Vela::TaskScheduler> scheduler, V
         readSome();
         return Vela::SliceResult{false, 1};
     });
-    timeout_ =
-        Vela::make<Vela::Task>(scheduler, controlPriority, "ControlConnectionTimeout", this, [this] {
+    timeout_ = Vela::make<Vela::Task>(
+        scheduler, controlPriority, "ControlConnectionTimeout", this, [this] {
             sendControlError(descriptor_->descriptor(), "no command came for 10 seconds");
             end();
             return Vela::SliceResult{false, 1};

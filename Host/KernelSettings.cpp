@@ -25,8 +25,8 @@ std::vector<Linux::VrfSetting> vrfSettings(const Configuration& configuration,
                                            const std::map<std::string, Vrf::VrfId>& vrfIds) {
     std::vector<Linux::VrfSetting> all;
     for (const VrfConfiguration& vrf : configuration.vrfs) {
-        all.push_back(
-            {vrf.name, vrfIds.at(vrf.name.bytes()), vrf.networkNamespace, stateInTables(vrf.state)});
+        all.push_back({vrf.name, vrfIds.at(vrf.name.bytes()), vrf.networkNamespace,
+                       stateInTables(vrf.state)});
     }
     std::stable_partition(all.begin(), all.end(),
                           [](const auto& vrf) { return vrf.name == "default"; });

@@ -362,7 +362,8 @@ void StaticEntries::applyVrfs(const Configuration& next) {
     for (const auto& [name, vrf] : after) {
         auto status = state_.allVrfStatusLocal->vrfIs(name);
         status->networkNamespaceIs(vrf->networkNamespace);
-        status->stateIs(stateInTables(vrf->state)); // last: whoever sees it active finds the namespace
+        status->stateIs(
+            stateInTables(vrf->state)); // last: whoever sees it active finds the namespace
     }
 }
 

@@ -194,7 +194,8 @@ void Rtnetlink::receiveBufferIs(size_t bytes) {
     // The first one passes the machine's limit and needs the right to.
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &value, sizeof value) != 0 &&
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &value, sizeof value) != 0) {
-        TRACE(rtnetlinkTrace, 0, this, "receive buffer of " << value << ": " << std::strerror(errno));
+        TRACE(rtnetlinkTrace, 0, this,
+              "receive buffer of " << value << ": " << std::strerror(errno));
     }
 }
 

@@ -173,7 +173,8 @@ TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOfAGlobalIpv6Address) {
     expect(refreshed(macA), once(Id::inputDynamicRewritten));
     EXPECT_EQ(entries().begin()->first, "default 2001:db8::1 ");
 }
-TEST_F(ArpInputConfigSmDecisionTest, goneRefreshOfAGlobalIpv6AddressWhereTheVrfHasOtherInterfacesToo) {
+TEST_F(ArpInputConfigSmDecisionTest,
+       goneRefreshOfAGlobalIpv6AddressWhereTheVrfHasOtherInterfacesToo) {
     vlans->findOrCreateVrfInterfaceWatch("Ethernet1", "default"); // which comes before any VLAN
     given(Existing::permanent, "2001:db8::1");
     remoteDel("2001:db8::1");

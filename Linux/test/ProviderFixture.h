@@ -94,7 +94,8 @@ class ProviderFixture : public Testing::SwitchFixture {
                 .protocol = 11};
     }
     void neighborDel(uint32_t ifIndex, const std::string& address) {
-        say(inDefault(), {.ifIndex = ifIndex, .address = address, .state = NUD_FAILED, .removed = true});
+        say(inDefault(),
+            {.ifIndex = ifIndex, .address = address, .state = NUD_FAILED, .removed = true});
     }
 
     Bridging::QuarryFdbStatus fdbEntry(uint16_t fid, const std::string& mac) {
@@ -113,7 +114,8 @@ class ProviderFixture : public Testing::SwitchFixture {
         return state().arpStatus->arpEntryCollection().count() +
                state().arpStatus->neighborEntryCollection().count();
     }
-    std::optional<ArpSuppression::RemoteBinding> binding(uint16_t vlan, const std::string& address) {
+    std::optional<ArpSuppression::RemoteBinding> binding(uint16_t vlan,
+                                                         const std::string& address) {
         return state().remoteBindingConfig->remoteBindingCollection().find(
             {VlanId(vlan), Zinc::IpGenAddr(address)});
     }
