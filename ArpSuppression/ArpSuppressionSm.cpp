@@ -8,8 +8,6 @@
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/SwiftlogType.h"
 
-#include <boost/system/error_code.hpp>
-#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -340,9 +338,8 @@ void ArpSuppressionSm::transmitReplies() {
         if (left.empty()) {
             break;
         }
-        boost::system::error_code error(errno, boost::system::system_category());
         TRACE(trace, 8, this,
-              " fabricInterfaceWatch=" << fabricInterfaceWatch_ << " errno=" << error.message());
+              " fabricInterfaceWatch=" << fabricInterfaceWatch_ << " errno=" << errnoText());
         count(Id::replyTransmitFailed);
         left = left.subspan(1);
     }

@@ -6,7 +6,6 @@
 #include "Platform/Packet/Pkt.h"
 #include "Platform/State/DumpContext.h"
 
-#include <boost/system/error_code.hpp>
 #include <cerrno>
 #include <unistd.h>
 #include <utility>
@@ -72,11 +71,7 @@ Vela::WalkRet MessageReinjectSmBase::walk() {
     bool yielded = false;
     while (auto message = reinjectMessageQueue_->messageDeq()) {
         if (processMessage(*message) < 0) {
-            TRACE(trace, 8, this,
-                  "write failed"
-                      << " errno="
-                      << boost::system::error_code(errno, boost::system::system_category())
-                             .message());
+            TRACE(trace, 8, this, "write failed errno=" << errnoText());
             count(Id::reinjectWriteFailed);
             // A socket that is writable still is not announced again.
             if (fileDescriptor()->writable() && reinjectMessageQueue_->messages() > 0) {

@@ -6,7 +6,6 @@
 #include "Platform/Packet/PacketSockets.h"
 #include "Platform/State/DumpContext.h"
 
-#include <boost/system/error_code.hpp>
 #include <cerrno>
 #include <linux/filter.h>
 #include <sys/socket.h>
@@ -17,10 +16,6 @@ namespace ArpSuppression {
 namespace {
 
 using Vela::assertThat;
-
-std::string errnoText() {
-    return boost::system::error_code(errno, boost::system::system_category()).message();
-}
 
 uint16_t ethProtocolOf(MessageTapSocketSm::Protocol protocol) {
     switch (protocol) {

@@ -8,7 +8,6 @@
 #include "Platform/Packet/Pkt.h"
 #include "Platform/State/DumpContext.h"
 
-#include <boost/system/error_code.hpp>
 #include <cerrno>
 #include <utility>
 
@@ -57,7 +56,7 @@ MessageTrapSm::MessageTrapSm(Vela::Ptr<Vela::TaskScheduler> scheduler,
 
 void MessageTrapSm::handleSocketOpened(int sock) {
     if (!frames_->ringIs(sock)) {
-        TRACE(trace, 8, this, "no ring for the trapped frames errno=" << errno);
+        TRACE(trace, 8, this, "no ring for the trapped frames errno=" << errnoText());
     }
 }
 
@@ -85,11 +84,7 @@ Vela::WalkRet MessageTrapSm::walk() {
             if (errno == EAGAIN) {
                 fileDescriptor()->readableDel();
             } else {
-                TRACE(trace, 8, this,
-                      "read failed"
-                          << " errno="
-                          << boost::system::error_code(errno, boost::system::system_category())
-                                 .message());
+                TRACE(trace, 8, this, "read failed errno=" << errnoText());
                 bool deviceWentDown = errno == ENETDOWN;
                 arpSuppressionCounterStatus_->increment(Id::trapReadFailed);
                 if (deviceWentDown) {

@@ -6,8 +6,6 @@
 #include "Platform/State/DumpContext.h"
 #include "Platform/Trace/SwiftlogType.h"
 
-#include <cerrno>
-#include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -120,7 +118,7 @@ void VrfInfoSm::activate() {
     vrfInfo_->netNsIs(netNs);
     uint32_t netlinkSocket = Vela::netlinkSocket(0, netNs, SOCK_DGRAM, true, 0);
     if (netlinkSocket == 0) {
-        TRACE(trace, 0, this, "no netlink socket in " << netNs << ": " << std::strerror(errno));
+        TRACE(trace, 0, this, "no netlink socket in " << netNs << ": " << errnoText());
     }
     vrfInfo_->netlinkSocketIs(netlinkSocket);
     const std::string path = KernelNetInfo::statusPath(netNs);

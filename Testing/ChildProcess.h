@@ -25,7 +25,7 @@ class ChildProcess {
     std::string output() const;
     std::string errors() const;
 
-    /// Waits for its end, for ten seconds at most: the exit status, minus the signal that ended it,
+    /// Waits for its end, for a minute at most: the exit status, minus the signal that ended it,
     /// or nothing if it runs on.
     std::optional<int> status();
 

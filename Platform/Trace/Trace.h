@@ -4,6 +4,7 @@
 #include "Platform/Trace/TraceSettings.h"
 #include "Platform/Trace/TraceText.h"
 
+#include <cerrno>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -67,9 +68,12 @@ concept TraceObject = requires(const T& object, std::ostream& out) {
 /// One line being put together; use it through TRACE. Pieces print as by `std::ostream`, except:
 /// booleans as "yes" and "no"; 8-bit integers as numbers; whatever has `toStrep()` as that, or
 /// else by its `formatTraceObject()`; pointers to such objects, `boost::intrusive_ptr` too, as
-/// the object or "NULL".
+/// the object or "NULL". Leaves `errno` as it was: what is traced can still be looked at.
 class TraceLine {
   public:
+    ~TraceLine() { errno = errno_; }
+    TraceLine(const TraceLine&) = delete;
+    TraceLine& operator=(const TraceLine&) = delete;
     template <class Object>
     TraceLine(const TraceHandle& handle, int level, SourceSite site, const Object* object)
         : TraceLine(handle, level, site) {
@@ -127,6 +131,7 @@ class TraceLine {
         print(pointer.get());
     }
 
+    const int errno_ = errno;
     std::ostringstream out_;
 };
 

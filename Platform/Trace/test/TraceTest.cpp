@@ -3,6 +3,7 @@
 #include <array>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
+#include <cerrno>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <new>
@@ -199,6 +200,13 @@ TEST_F(TraceTest, APieceThatThrowsLeavesNoLine) {
     EXPECT_EQ(lines_.size(), 0u);
     TRACE(handle_, 1, nullptr, "next");
     EXPECT_EQ(message(), "next\n");
+}
+
+TEST_F(TraceTest, ALineLeavesTheErrorNumberAsItWas) {
+    traceSinkIs([](std::string_view) { errno = EPIPE; });
+    errno = ENETDOWN;
+    TRACE(handle_, 1, nullptr, "read failed");
+    EXPECT_EQ(errno, ENETDOWN);
 }
 
 TEST_F(TraceTest, ReplacingTheSinkReturnsThePreviousOne) {
