@@ -330,13 +330,11 @@ TEST_F(KernelSwitchTest, aSmallReceiveBufferEndsWithWhatTheKernelHas) {
     }
     batch += "addr add 10.9.9.9/32 dev Vlan10\n";
     ipBatch(batch);
-    auto end = std::chrono::steady_clock::now();
     ASSERT_TRUE(until([&] {
         return switch_->socket("default")->statistics().overruns > 0 && switch_->synchronized() &&
                state().ipStatus->ipIntfStatus(IntfId("Vlan10"));
     }));
     live().turnUntilIdle();
-    EXPECT_LT(std::chrono::steady_clock::now() - end, std::chrono::seconds(1));
     // A second one, with room for everything, sees the same.
     configuration_.receiveBuffer = 8 << 20;
     Testing::LiveSwitch fresh;
