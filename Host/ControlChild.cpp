@@ -1,5 +1,6 @@
 #include "Host/ControlChild.h"
 
+#include "Host/ControlConnection.h"
 #include "Platform/Trace/Trace.h"
 
 #include <cerrno>
@@ -35,11 +36,12 @@ ControlChild::ControlChild(Vela::Ptr<Vela::TaskScheduler> scheduler, pid_t pid,
         }
         descriptor_ = Vela::make<Vela::FileDescriptor>(scheduler, "control child", std::move(fd));
         descriptor_->notifyOnReadableIs(true);
-        timeout_ = Vela::make<Vela::Task>(scheduler, 3, "ControlChildTimeout", this, [this] {
-            TRACE(childTrace, 0, this, "is killed: not done after 60 seconds");
-            kill(pid_, SIGKILL);
-            return Vela::SliceResult{false, 1};
-        });
+        timeout_ =
+            Vela::make<Vela::Task>(scheduler, controlPriority, "ControlChildTimeout", this, [this] {
+                TRACE(childTrace, 0, this, "is killed: not done after 60 seconds");
+                kill(pid_, SIGKILL);
+                return Vela::SliceResult{false, 1};
+            });
     } catch (...) {
         killAndReap(pid);
         throw;

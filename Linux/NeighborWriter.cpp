@@ -11,7 +11,6 @@ namespace Linux {
 
 namespace {
 
-using Arp::ArpType::ArpTypeId;
 using Counter = NeighborCounter;
 using Outcome = NeighborOutcome;
 

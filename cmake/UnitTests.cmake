@@ -19,10 +19,6 @@ function(add_test_executable name sources)
     target_link_libraries(${name}Test PRIVATE ${ARGN} Testing Platform GTest::gtest_main)
     # A third of the compiler's time goes into telling where which variable is.
     target_compile_options(${name}Test PRIVATE -g1)
-    # These two cost most and find least: the libraries have them, and a null pointer shows anyway.
-    if(SANITIZE MATCHES undefined)
-        target_compile_options(${name}Test PRIVATE -fno-sanitize=null,alignment)
-    endif()
     gtest_discover_tests(${name}Test DISCOVERY_MODE PRE_TEST
                          TEST_PREFIX ${name}. TEST_LIST ${name}Tests)
     gtest_discover_tests(${name}Test DISCOVERY_MODE PRE_TEST
